@@ -1,0 +1,248 @@
+#pragma once
+// Insertion-ordered open-addressing hash map.
+//
+// Entries live densely in insertion order; a separate index of 32-bit positions
+// finds them. Iteration order is therefore the order of insertion, the same for
+// the same sequence of operations in every process (no hash seed shows), and
+// front()/popFront() give FIFO draining for the review sets. Erasing leaves a
+// hole that is skipped; holes are compacted away on a later insertion, so
+// erasing during iteration is safe and inserting during iteration is not.
+
+#include <cstdint>
+#include <functional>
+#include <utility>
+#include <vector>
+
+namespace Kiv {
+
+inline uint64_t mixHash(uint64_t h) noexcept {
+   h ^= h >> 33;
+   h *= 0xff51afd7ed558ccdULL;
+   h ^= h >> 33;
+   h *= 0xc4ceb9fe1a85ec53ULL;
+   h ^= h >> 33;
+   return h;
+}
+
+template <class K>
+struct Hash {
+   size_t operator()(const K& k) const noexcept { return mixHash(std::hash<K>{}(k)); }
+};
+
+struct Unit {
+   friend bool operator==(Unit, Unit) { return true; }
+};
+
+template <class K, class V, class H = Hash<K>>
+class HashMap {
+ public:
+   struct Entry {
+      K first;
+      V second;
+   };
+
+ private:
+   struct Cell {
+      Entry entry;
+      bool live;
+   };
+   static constexpr uint32_t kEmpty = 0;
+   static constexpr uint32_t kHole = 0xffffffffu;
+
+ public:
+   template <bool Const>
+   class Iter {
+      using Map = std::conditional_t<Const, const HashMap, HashMap>;
+
+    public:
+      using value_type = Entry;
+      using reference = std::conditional_t<Const, const Entry&, Entry&>;
+      Iter(Map* m, size_t pos) : m_(m), pos_(pos) { skip(); }
+      reference operator*() const { return m_->cells_[pos_].entry; }
+      auto* operator->() const { return &m_->cells_[pos_].entry; }
+      Iter& operator++() {
+         ++pos_;
+         skip();
+         return *this;
+      }
+      bool operator==(const Iter& o) const { return pos_ == o.pos_; }
+
+    private:
+      void skip() {
+         while (pos_ < m_->cells_.size() && !m_->cells_[pos_].live) ++pos_;
+      }
+      Map* m_;
+      size_t pos_;
+   };
+   using iterator = Iter<false>;
+   using const_iterator = Iter<true>;
+
+   iterator begin() { return iterator(this, head_); }
+   iterator end() { return iterator(this, cells_.size()); }
+   const_iterator begin() const { return const_iterator(this, head_); }
+   const_iterator end() const { return const_iterator(this, cells_.size()); }
+
+   size_t size() const noexcept { return live_; }
+   bool empty() const noexcept { return live_ == 0; }
+
+   V* find(const K& k) {
+      uint32_t pos = lookup(k);
+      return pos == kEmpty ? nullptr : &cells_[pos - 1].entry.second;
+   }
+   const V* find(const K& k) const { return const_cast<HashMap*>(this)->find(k); }
+   bool contains(const K& k) const { return lookup(k) != kEmpty; }
+
+   // Inserts or overwrites; returns the stored value and whether it was new.
+   std::pair<V*, bool> insert(const K& k, V v) {
+      if (V* existing = find(k)) {
+         *existing = std::move(v);
+         return {existing, false};
+      }
+      return {&append(k, std::move(v)), true};
+   }
+
+   V& operator[](const K& k) {
+      if (V* existing = find(k)) return *existing;
+      return append(k, V{});
+   }
+
+   bool erase(const K& k) {
+      if (index_.empty()) return false;
+      size_t mask = index_.size() - 1;
+      for (size_t i = H{}(k)&mask;; i = (i + 1) & mask) {
+         uint32_t slot = index_[i];
+         if (slot == kEmpty) return false;
+         if (slot != kHole && cells_[slot - 1].entry.first == k) {
+            index_[i] = kHole;
+            ++holesInIndex_;
+            Cell& c = cells_[slot - 1];
+            c.live = false;
+            c.entry.second = V{};
+            --live_;
+            if (live_ == 0) {
+               clear();
+            } else if (slot - 1 == head_) {
+               advanceHead();
+            }
+            return true;
+         }
+      }
+   }
+
+   void clear() {
+      cells_.clear();
+      index_.clear();
+      live_ = 0;
+      head_ = 0;
+      holesInIndex_ = 0;
+   }
+
+   // Oldest live entry, for FIFO draining.
+   Entry* front() { return live_ ? &cells_[head_].entry : nullptr; }
+
+   void reserve(size_t n) {
+      cells_.reserve(n);
+      if (indexSizeFor(n) > index_.size()) rebuildIndex(indexSizeFor(n));
+   }
+
+ private:
+   static size_t indexSizeFor(size_t n) {
+      size_t s = 16;
+      while (s < n * 2) s <<= 1;
+      return s;
+   }
+
+   uint32_t lookup(const K& k) const {
+      if (index_.empty()) return kEmpty;
+      size_t mask = index_.size() - 1;
+      for (size_t i = H{}(k)&mask;; i = (i + 1) & mask) {
+         uint32_t slot = index_[i];
+         if (slot == kEmpty) return kEmpty;
+         if (slot != kHole && cells_[slot - 1].entry.first == k) return slot;
+      }
+   }
+
+   V& append(const K& k, V v) {
+      if (cells_.size() >= 16 && cells_.size() > 2 * live_) compact();
+      if ((cells_.size() + 1 + holesInIndex_) * 2 > index_.size())
+         rebuildIndex(indexSizeFor(live_ + 1));
+      cells_.push_back(Cell{Entry{k, std::move(v)}, true});
+      ++live_;
+      place(k, static_cast<uint32_t>(cells_.size()));
+      return cells_.back().entry.second;
+   }
+
+   void place(const K& k, uint32_t slot) {
+      size_t mask = index_.size() - 1;
+      size_t i = H{}(k)&mask;
+      while (index_[i] != kEmpty) i = (i + 1) & mask;
+      index_[i] = slot;
+   }
+
+   void compact() {
+      size_t out = 0;
+      for (size_t in = 0; in < cells_.size(); ++in) {
+         if (!cells_[in].live) continue;
+         if (out != in) cells_[out] = std::move(cells_[in]);
+         ++out;
+      }
+      cells_.resize(out);
+      head_ = 0;
+      rebuildIndex(indexSizeFor(live_ + 1));
+   }
+
+   void rebuildIndex(size_t size) {
+      index_.assign(size, kEmpty);
+      holesInIndex_ = 0;
+      for (size_t i = 0; i < cells_.size(); ++i)
+         if (cells_[i].live) place(cells_[i].entry.first, static_cast<uint32_t>(i + 1));
+   }
+
+   void advanceHead() {
+      while (head_ < cells_.size() && !cells_[head_].live) ++head_;
+   }
+
+   std::vector<Cell> cells_;
+   std::vector<uint32_t> index_;
+   size_t live_ = 0;
+   size_t head_ = 0;
+   size_t holesInIndex_ = 0;
+};
+
+template <class K, class H = Hash<K>>
+class HashSet {
+ public:
+   using Map = HashMap<K, Unit, H>;
+   class const_iterator {
+    public:
+      explicit const_iterator(typename Map::const_iterator it) : it_(it) {}
+      const K& operator*() const { return (*it_).first; }
+      const_iterator& operator++() {
+         ++it_;
+         return *this;
+      }
+      bool operator==(const const_iterator& o) const { return it_ == o.it_; }
+
+    private:
+      typename Map::const_iterator it_;
+   };
+
+   const_iterator begin() const { return const_iterator(map_.begin()); }
+   const_iterator end() const { return const_iterator(map_.end()); }
+   size_t size() const noexcept { return map_.size(); }
+   bool empty() const noexcept { return map_.empty(); }
+   bool contains(const K& k) const { return map_.contains(k); }
+   bool insert(const K& k) { return map_.insert(k, Unit{}).second; }
+   bool erase(const K& k) { return map_.erase(k); }
+   void clear() { map_.clear(); }
+   const K* front() {
+      auto* e = map_.front();
+      return e ? &e->first : nullptr;
+   }
+   void reserve(size_t n) { map_.reserve(n); }
+
+ private:
+   Map map_;
+};
+
+}  // namespace Kiv
