@@ -105,9 +105,12 @@ class Reactor {
    const V* name##Find(const K& k) const { return name##_.find(k); }       \
    bool name##Has(const K& k) const { return name##_.contains(k); }        \
    void name##Is(const K& k, V v) {                                        \
-      auto [slot, added] = name##_.insert(k, V{});                         \
-      if (!added && *slot == v) return;                                    \
-      *slot = std::move(v);                                                \
+      if (V* slot = name##_.find(k)) {                                     \
+         if (*slot == v) return;                                           \
+         *slot = std::move(v);                                             \
+      } else {                                                             \
+         name##_.insert(k, std::move(v));                                  \
+      }                                                                    \
       on##Name(k);                                                         \
    }                                                                       \
    void name##Del(const K& k) {                                            \

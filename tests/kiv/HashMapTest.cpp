@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <vector>
+
+#include "kiv/HashMap.h"
+
+namespace {
+
+std::vector<int> keysOf(const Kiv::HashMap<int, int>& m) {
+   std::vector<int> keys;
+   for (const auto& [k, v] : m) keys.push_back(k);
+   return keys;
+}
+
+TEST(HashMap, iteratesInInsertionOrderWhateverTheHash) {
+   Kiv::HashMap<int, int> m;
+   for (int k : {50, 3, 99, 7, 1000}) m.insert(k, k * 2);
+   m.insert(3, 0);  // overwrite keeps the position
+   EXPECT_EQ(keysOf(m), (std::vector<int>{50, 3, 99, 7, 1000}));
+   m.erase(99);
+   m.insert(99, 1);
+   EXPECT_EQ(keysOf(m), (std::vector<int>{50, 3, 7, 1000, 99}));
+}
+
+TEST(HashMap, drainsFirstInFirstOut) {
+   Kiv::HashMap<int, int> m;
+   for (int k = 0; k < 100; ++k) m.insert(k, k);
+   std::vector<int> drained;
+   while (auto* e = m.front()) {
+      int k = e->first;
+      drained.push_back(k);
+      m.erase(k);
+      if (k % 10 == 0 && k < 1000) m.insert(1000 + k, 0);
+   }
+   ASSERT_EQ(drained.size(), 110u);
+   EXPECT_EQ(drained[0], 0);
+   EXPECT_EQ(drained[99], 99);
+   EXPECT_EQ(drained[100], 1000);
+   EXPECT_TRUE(m.empty());
+}
+
+TEST(HashMap, erasingDuringIterationVisitsEveryOtherEntryOnce) {
+   Kiv::HashMap<int, int> m;
+   for (int k = 0; k < 50; ++k) m.insert(k, k);
+   int visited = 0;
+   for (const auto& [k, v] : m) {
+      ++visited;
+      m.erase(k);
+   }
+   EXPECT_EQ(visited, 50);
+   EXPECT_TRUE(m.empty());
+}
+
+TEST(HashMap, agreesWithAReferenceMapUnderRandomChurn) {
+   Kiv::HashMap<uint64_t, uint64_t> m;
+   std::map<uint64_t, uint64_t> ref;
+   std::mt19937_64 rng(7);
+   for (int i = 0; i < 200000; ++i) {
+      uint64_t k = rng() % 5000;
+      if (rng() % 3 == 0) {
+         EXPECT_EQ(m.erase(k), ref.erase(k) == 1);
+      } else {
+         m.insert(k, i);
+         ref[k] = i;
+      }
+   }
+   ASSERT_EQ(m.size(), ref.size());
+   for (const auto& [k, v] : ref) {
+      const uint64_t* found = m.find(k);
+      ASSERT_NE(found, nullptr);
+      EXPECT_EQ(*found, v);
+   }
+   size_t iterated = 0;
+   for ([[maybe_unused]] const auto& e : m) ++iterated;
+   EXPECT_EQ(iterated, ref.size());
+}
+
+TEST(HashSet, membershipAndOrder) {
+   Kiv::HashSet<int> s;
+   EXPECT_TRUE(s.insert(4));
+   EXPECT_FALSE(s.insert(4));
+   s.insert(2);
+   EXPECT_TRUE(s.contains(2));
+   EXPECT_EQ(*s.front(), 4);
+   s.erase(4);
+   EXPECT_EQ(*s.front(), 2);
+}
+
+}  // namespace
