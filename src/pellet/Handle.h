@@ -12,6 +12,8 @@
 
 namespace Pellet {
 
+class Registry;
+
 // One retained trace message, as read back from a ring.
 struct Record {
   uint64_t sequence;
@@ -42,10 +44,12 @@ class Handle {
   // Resizes the rings whose size changes; their records are discarded, the others kept.
   void kibPerLevelIs(const LevelSizes& kibPerLevel);
 
+ private:
+  friend class Registry;
+
   void append(int level, uint64_t sequence, double time, uint32_t facilityId,
               std::string_view message);
 
- private:
   std::string name_;
   LevelSizes kibPerLevel_;
   std::array<Ring, levelCount> rings_;

@@ -1,6 +1,5 @@
 #include "pellet/Ring.h"
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -53,16 +52,24 @@ std::size_t Ring::wrapped(std::size_t offset) const {
 
 void Ring::writeAt(std::size_t offset, const char* data, std::size_t size) {
   if (size == 0) return;
-  const std::size_t first = std::min(size, capacity_ - offset);
-  std::memcpy(bytes_.data() + offset, data, first);
-  std::memcpy(bytes_.data(), data + first, size - first);
+  const std::size_t untilEnd = capacity_ - offset;
+  if (size <= untilEnd) {
+    std::memcpy(bytes_.data() + offset, data, size);
+    return;
+  }
+  std::memcpy(bytes_.data() + offset, data, untilEnd);
+  std::memcpy(bytes_.data(), data + untilEnd, size - untilEnd);
 }
 
 void Ring::readAt(std::size_t offset, char* out, std::size_t size) const {
   if (size == 0) return;
-  const std::size_t first = std::min(size, capacity_ - offset);
-  std::memcpy(out, bytes_.data() + offset, first);
-  std::memcpy(out + first, bytes_.data(), size - first);
+  const std::size_t untilEnd = capacity_ - offset;
+  if (size <= untilEnd) {
+    std::memcpy(out, bytes_.data() + offset, size);
+    return;
+  }
+  std::memcpy(out, bytes_.data() + offset, untilEnd);
+  std::memcpy(out + untilEnd, bytes_.data(), size - untilEnd);
 }
 
 uint32_t Ring::lengthAt(std::size_t offset) const {
