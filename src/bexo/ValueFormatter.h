@@ -14,7 +14,8 @@ namespace Bexo {
 
 template <typename T>
 struct ValueFormatter : fmt::formatter<std::string_view> {
-  auto format(const T& value, fmt::format_context& ctx) const {
+  template <typename FormatContext>
+  auto format(const T& value, FormatContext& ctx) const {
     fmt::memory_buffer text;
     value.formatTo(fmt::appender(text));
     return fmt::formatter<std::string_view>::format(std::string_view(text.data(), text.size()),
@@ -24,7 +25,8 @@ struct ValueFormatter : fmt::formatter<std::string_view> {
 
 template <typename E>
 struct EnumFormatter : fmt::formatter<std::string_view> {
-  auto format(E value, fmt::format_context& ctx) const {
+  template <typename FormatContext>
+  auto format(E value, FormatContext& ctx) const {
     return fmt::formatter<std::string_view>::format(stringValue(value), ctx);
   }
 };
