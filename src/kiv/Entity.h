@@ -66,7 +66,7 @@ class Reactor {
       name##_ = v;                                    \
       on##Name();                                     \
    }                                                  \
-   ::Kiv::Signal<> on##Name;                          \
+   mutable ::Kiv::Signal<> on##Name;                        \
                                                       \
  private:                                             \
    Type name##_ = init;                               \
@@ -129,7 +129,7 @@ class Reactor {
    }                                                                       \
    size_t name##s() const noexcept { return name##_.size(); }              \
    const Container& name##Coll() const noexcept { return name##_; }        \
-   ::Kiv::Signal<K> on##Name;                                              \
+   mutable ::Kiv::Signal<K> on##Name;                                            \
                                                                            \
  private:                                                                  \
    Container name##_;                                                      \

@@ -8,7 +8,9 @@
 // hole that is skipped; holes are compacted away on a later insertion, so
 // erasing during iteration is safe and inserting during iteration is not.
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -55,9 +57,14 @@ class HashMap {
       using Map = std::conditional_t<Const, const HashMap, HashMap>;
 
     public:
+      using iterator_category = std::forward_iterator_tag;
+      using difference_type = std::ptrdiff_t;
       using value_type = Entry;
+      using pointer = std::conditional_t<Const, const Entry*, Entry*>;
       using reference = std::conditional_t<Const, const Entry&, Entry&>;
-      Iter(Map* m, size_t pos) : m_(m), pos_(pos) { skip(); }
+      Iter(Map* m, size_t pos) : m_(m), pos_(pos) {
+         if (m_) skip();
+      }
       reference operator*() const { return m_->cells_[pos_].entry; }
       auto* operator->() const { return &m_->cells_[pos_].entry; }
       Iter& operator++() {
@@ -215,6 +222,12 @@ class HashSet {
    using Map = HashMap<K, Unit, H>;
    class const_iterator {
     public:
+      using iterator_category = std::forward_iterator_tag;
+      using difference_type = std::ptrdiff_t;
+      using value_type = K;
+      using pointer = const K*;
+      using reference = const K&;
+      const_iterator() = default;
       explicit const_iterator(typename Map::const_iterator it) : it_(it) {}
       const K& operator*() const { return (*it_).first; }
       const_iterator& operator++() {
@@ -224,7 +237,7 @@ class HashSet {
       bool operator==(const const_iterator& o) const { return it_ == o.it_; }
 
     private:
-      typename Map::const_iterator it_;
+      typename Map::const_iterator it_{nullptr, 0};
    };
 
    const_iterator begin() const { return const_iterator(map_.begin()); }

@@ -1,0 +1,100 @@
+#include "models/MplsLfib.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+#include <stdexcept>
+
+namespace Mpls {
+
+LfibViaIndexRange::LfibViaIndexRange(uint32_t value) : value_(value) {
+  if (value > max) {
+    throw std::out_of_range(
+        "LfibViaIndexRange::value < LfibViaIndexRange::min or > LfibViaIndexRange::max not "
+        "allowed");
+  }
+}
+
+std::string LfibViaSetKey::stringValue() const {
+  return fmt::format("{}/{}", Mpls::stringValue(viaType), index);
+}
+
+std::string LfibViaKey::stringValue() const {
+  return fmt::format("{}/{}/{}", Mpls::stringValue(viaType), index, source);
+}
+
+std::string LfibRoute::stringValue() const {
+  return fmt::format("LfibRoute({} viaSet {} type {} flags {})", routeKey.stringValue(),
+                     viaSetKey.stringValue(), Mpls::stringValue(viaType), flags);
+}
+
+LfibViaKey LfibViaSet::viaKey(LfibViaIndexRange index) const {
+  return index.value() < count_ ? viaKeys_[index.value()] : LfibViaKey();
+}
+
+void LfibViaSet::viaKeyIs(LfibViaIndexRange index, const LfibViaKey& key) {
+  viaKeys_[index.value()] = key;
+  if (index.value() >= count_) count_ = index.value() + 1;
+}
+
+bool operator==(const LfibViaSet& a, const LfibViaSet& b) {
+  if (!(a.key_ == b.key_) || !(a.backup_ == b.backup_) || a.count_ != b.count_ ||
+      a.usableAsPrimaryVias_ != b.usableAsPrimaryVias_) {
+    return false;
+  }
+  for (uint32_t i = 0; i < a.count_; ++i)
+    if (!(a.viaKeys_[i] == b.viaKeys_[i])) return false;
+  return true;
+}
+
+namespace {
+struct ViaSetHeader {
+  LfibViaSetKey key;
+  LfibViaSetKey backup;
+  uint32_t count;
+  uint32_t usableAsPrimary;
+};
+static_assert(sizeof(ViaSetHeader) == LfibViaSet::kHeaderSize);
+static_assert(sizeof(LfibViaKey) == 8);
+}  // namespace
+
+size_t LfibViaSet::serialize(std::byte* out) const {
+  ViaSetHeader h{key_, backup_, count_, usableAsPrimaryVias_ ? 1u : 0u};
+  std::memcpy(out, &h, sizeof h);
+  std::memcpy(out + sizeof h, viaKeys_.data(), count_ * sizeof(LfibViaKey));
+  return sizeof h + count_ * sizeof(LfibViaKey);
+}
+
+bool LfibViaSet::deserialize(const std::byte* in, size_t len, LfibViaSet& out) {
+  ViaSetHeader h;
+  if (len < sizeof h) return false;
+  std::memcpy(&h, in, sizeof h);
+  if (h.count > kMaxViasPerSet || len != sizeof h + h.count * sizeof(LfibViaKey)) return false;
+  out = LfibViaSet(h.key);
+  out.backup_ = h.backup;
+  out.count_ = h.count;
+  out.usableAsPrimaryVias_ = h.usableAsPrimary != 0;
+  std::memcpy(out.viaKeys_.data(), in + sizeof h, h.count * sizeof(LfibViaKey));
+  return true;
+}
+
+std::string LfibViaSet::stringValue() const {
+  std::string vias;
+  for (uint32_t i = 0; i < count_; ++i) {
+    if (i) vias += ", ";
+    vias += viaKeys_[i].stringValue();
+  }
+  return fmt::format("LfibViaSet({} vias [{}])", key_.stringValue(), vias);
+}
+
+std::string LfibMplsVia::stringValue() const {
+  return fmt::format("LfibMplsVia({} {} via {} on {} payload {} weight {})",
+                     viaKey.stringValue(), labelOperation, nextHop, intf,
+                     Mpls::stringValue(payloadType), weight);
+}
+
+std::string_view LfibIpLookupVia::vrf() const {
+  return std::string_view(vrfName.data(), strnlen(vrfName.data(), vrfName.size()));
+}
+
+}  // namespace Mpls

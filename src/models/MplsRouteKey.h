@@ -1,0 +1,53 @@
+#pragma once
+
+// The key of one LFIB route: its top label and the source that installed it.
+// Eight bytes, laid out for shared-memory records: label (4), source (1),
+// three zero bytes. Text form "100" for the default source, "101/2" otherwise.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "bexo/MplsLabel.h"
+
+namespace Mpls {
+
+using LfibSource = uint8_t;
+constexpr LfibSource kDefaultLfibSource = 0;
+
+class RouteKey {
+ public:
+  constexpr RouteKey() = default;
+  constexpr explicit RouteKey(Bexo::MplsLabel topLabel, LfibSource source = kDefaultLfibSource)
+      : topLabel_(topLabel), source_(source) {}
+
+  constexpr Bexo::MplsLabel topLabel() const { return topLabel_; }
+  constexpr LfibSource source() const { return source_; }
+
+  // "100" or "100/2"; throws std::invalid_argument naming the text otherwise.
+  static RouteKey fromString(std::string_view text);
+  std::string stringValue() const;
+  explicit operator bool() const { return *this != RouteKey(); }
+
+  friend constexpr bool operator==(const RouteKey&, const RouteKey&) = default;
+  friend constexpr auto operator<=>(const RouteKey& a, const RouteKey& b) {
+    if (auto c = a.topLabel_ <=> b.topLabel_; c != 0) return c;
+    return a.source_ <=> b.source_;
+  }
+
+ private:
+  Bexo::MplsLabel topLabel_;
+  LfibSource source_ = kDefaultLfibSource;
+  uint8_t reserved_[3] = {0, 0, 0};
+};
+static_assert(sizeof(RouteKey) == 8);
+
+}  // namespace Mpls
+
+template <>
+struct std::hash<Mpls::RouteKey> {
+  size_t operator()(const Mpls::RouteKey& k) const noexcept {
+    return (static_cast<size_t>(k.topLabel().value()) << 8) | k.source();
+  }
+};
