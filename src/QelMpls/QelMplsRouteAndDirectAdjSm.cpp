@@ -63,10 +63,9 @@ void MplsRouteAndDirectAdjSm::reviewL3Adj(L3AdjIndex index, L3Adjacency* adjacen
     scheduleRouteKeyForPublish(adjacency);
     return;
   }
-  if (mplsState()->l2AdjForReviewHas(adjacency->l2Adjacency()->index()) ||
-      adjacency->l2Adjacency()->version() == 0) {
-    progHwL2Adj(adjacency->l2Adjacency().get());
-  }
+  // A layer-2 adjacency's vias never change (other vias make another one), so
+  // its record is written once, when it is new; retries rewrite it later.
+  if (adjacency->l2Adjacency()->version() == 0) progHwL2Adj(adjacency->l2Adjacency().get());
   lfibHwStatus()->viaSetIs(adjacency->viaSetKey(),
                            Mpls::LfibViaSetHwStatus{adjacency->viaSetKey(), 1, 0});
   scheduleRouteKeyForPublish(adjacency);
@@ -141,7 +140,10 @@ bool MplsRouteAndDirectAdjSm::reviewRouteKey(const Mpls::RouteKey& routeKey, Mpl
   config.payloadType = route->payloadType();
   config.addressing = route->addressing();
   config.l2AdjIdIs(l2->index());
-  if (alreadyProgrammedAs(routeKey, route, config, l2->index())) return false;
+  if (alreadyProgrammedAs(routeKey, route, config, l2->index())) {
+    mplsState()->routeKeyForPublishIs(routeKey);
+    return false;
+  }
   route->versionInc();
   config.version = static_cast<uint8_t>(route->version());
   mplsHwCollectionConfig()->mplsHwRouteIs(config);

@@ -1151,6 +1151,9 @@ void MplsBaseSm::handleUnprogrammedAdj(Mpls::Hardware::L2Adjacency* hwL2Adjacenc
     mplsState()->unprogrammedL2AdjDel(index);
     PELLET_TRACE(trace_, kTraceAdj, "l2 adj {} removed from unprogrammedL2Adj", index);
   }
+  // Only a change of state concerns the adjacencies on top: a record that is
+  // simply confirmed needs no second review of every route that uses it.
+  if (wasUnprogrammed == !programmed) return;
   PELLET_TRACE(trace_, kTraceDetail, "add l2 adj {} for review", index);
   mplsState()->l2AdjForReviewIs(index);
   doMaybeScheduleReview();
@@ -1214,11 +1217,15 @@ bool MplsBaseSm::shouldTaskYield(Plin::Task* task) const {
   return in_.attrLogSm && in_.attrLogSm->isAttrLogOutClogged();
 }
 
-// Takes items from the front of a review set, one at a time, until it is
-// empty or the task must yield. Returns true when it must yield.
+// Takes items from the front of a review set, one at a time, until the
+// items queued when the pass began are done or the task must yield. Items
+// queued again meanwhile (a route waiting for its adjacency) wait for the next
+// pass. Returns true when it must yield.
 template <class Set, class Fn>
 bool MplsBaseSm::drain(Set& set, Fn&& process, uint64_t& done) {
-  while (const auto* front = set.front()) {
+  for (size_t budget = set.size(); budget != 0; --budget) {
+    const auto* front = set.front();
+    if (!front) break;
     auto item = *front;
     set.erase(item);
     process(item);
@@ -1426,16 +1433,12 @@ void MplsBaseSm::runPublishRouteKeysTask() {
       break;
     }
   }
+  // What is held back stays queued: the end of the review pass that holds it,
+  // or the driver's answer it waits for, runs this task again.
   for (const Mpls::RouteKey& key : held) keys.insert(key);
   routeKeyToBePublishedIs(false);
   task->taskWorkCountInc(done);
-  if (yielded) {
-    task->scheduleNow();
-  } else if (!keys.empty() && done != 0) {
-    // What is held back is published after its review or the driver's
-    // answer queues it again; look once more after the next batch.
-    task->scheduleAfter(reviewInterval());
-  }
+  if (yielded) task->scheduleNow();
 }
 
 void MplsBaseSm::scheduleRouteKeyForPublish(const L3Adjacency* adjacency) {

@@ -257,6 +257,13 @@ class McastHwStatus : public Kiv::Entity {
   void mcastHwIdSeqInc(uint16_t group) { mcastHwIdSeqIs(group, mcastHwIdSeq(group) + 1); }
 };
 
+// The multicast groups the mediated mode asks the group programmer for.
+class McastGroupProgConfig : public Kiv::Entity {
+ public:
+  using Kiv::Entity::Entity;
+  KIV_ORDERED_COLL(uint16_t, uint32_t, groupRequestId, GroupRequestId)
+};
+
 class MulticastFecInfo : public Kiv::RefCounted {
  public:
   explicit MulticastFecInfo(Vosh::Fib::FecId fecId) : fecId_(fecId) {}

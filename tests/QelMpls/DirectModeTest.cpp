@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+
+#include "SwitchFixture.h"
+#include "pellet/Trace.h"
+
+namespace QelTest {
+namespace {
+
+using Mpls::Hardware::RouteState;
+
+class DirectMode : public SwitchFixture {
+ protected:
+  void SetUp() override {
+    interfaceIs("Ethernet1", 1006);
+    interfaceIs("Ethernet2", 1007);
+    interfaceIs("Vlan100", 100, false);
+    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+    arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
+    startAgent();
+  }
+};
+
+TEST_F(DirectMode, routeIsProgrammedAndPublishedAfterTheDriverAnswers) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  settle();
+  Vosh::Qel::MplsHwRouteConfig cfg = hwRoute(100);
+  ASSERT_TRUE(cfg);
+  EXPECT_EQ(cfg.adjacencyIdType, Vosh::Qel::adjIdTypeL2Adjacency);
+  Vosh::Qel::MplsHwL2AdjacencyConfig l2 = hwL2(cfg.l2AdjId());
+  ASSERT_EQ(l2.l2Vias(), 1u);
+  EXPECT_EQ(l2.l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).vlan, 1006);
+  EXPECT_EQ(l2.l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).label, Bexo::MplsLabel(200));
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+}
+
+TEST_F(DirectMode, adjacenciesOfDifferentViaSetsShareOneLayer2RecordForTheSameVias) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  routeIs(101, 2);
+  routeIs(102, 2);
+  settle();
+  EXPECT_EQ(state()->l3Adjacencys(), 2u);
+  EXPECT_EQ(state()->l2Adjacencys(), 1u);
+  EXPECT_EQ(hwL2Adjacencies(), 1u);
+  EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
+  EXPECT_EQ(hwRoute(101).l2AdjId(), hwRoute(102).l2AdjId());
+}
+
+TEST_F(DirectMode, lastRouteGoneReleasesAdjacenciesNextHopsAndRecords) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.1.2", "Ethernet2", 300}});
+  routeIs(100, 1);
+  settle();
+  ASSERT_EQ(hwRoutes(), 1u);
+  EXPECT_EQ(state()->mplsNextHops(), 2u);
+  EXPECT_EQ(root->proactiveArpNexthop()->requests(), 2u);
+
+  routeDel(100);
+  settle();
+  EXPECT_EQ(hwRoutes(), 0u);
+  EXPECT_EQ(hwL2Adjacencies(), 0u);
+  EXPECT_EQ(state()->routes(), 0u);
+  EXPECT_EQ(state()->l3Adjacencys(), 0u);
+  EXPECT_EQ(state()->l2Adjacencys(), 0u);
+  EXPECT_EQ(state()->mplsNextHops(), 0u);
+  EXPECT_EQ(root->proactiveArpNexthop()->requests(), 0u);
+  EXPECT_FALSE(isPublished(100));
+}
+
+TEST_F(DirectMode, unresolvedNextHopLeavesRouteUnprogrammedUntilArpAnswers) {
+  mplsViaSetIs(1, {{"10.0.9.9", "Ethernet1", 200}});
+  routeIs(100, 1);
+  settle();
+  EXPECT_FALSE(hwRoute(100));
+  EXPECT_EQ(published(100).state, RouteState::routeStateUnprogrammed);
+  EXPECT_EQ(published(100).unprogrammedReason,
+            static_cast<uint32_t>(Qel::UnprogrammedReason::unprogrammedReasonNexthopUnresolved));
+
+  arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:09");
+  settle();
+  EXPECT_TRUE(hwRoute(100));
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+}
+
+TEST_F(DirectMode, macMoveBehindVlanInterfaceRewritesTheLayer2Record) {
+  arpIs("10.0.2.2", "Vlan100", "00:00:5e:00:53:03");
+  fdbIs(100, "00:00:5e:00:53:03", "Ethernet3");
+  mplsViaSetIs(1, {{"10.0.2.2", "Vlan100", 200}});
+  routeIs(100, 1);
+  settle();
+  uint64_t before = hwRoute(100).l2AdjId();
+  ASSERT_NE(before, Vosh::Qel::kAllOnes);
+  EXPECT_EQ(hwL2(before).l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).intf,
+            Bexo::IntfId::fromString("Ethernet3"));
+
+  fdbIs(100, "00:00:5e:00:53:03", "Ethernet4");
+  settle();
+  uint64_t after = hwRoute(100).l2AdjId();
+  EXPECT_NE(after, before);
+  EXPECT_EQ(hwL2(after).l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).intf,
+            Bexo::IntfId::fromString("Ethernet4"));
+  EXPECT_FALSE(hwL2(before)) << "the old layer-2 record is deleted once no route uses it";
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+}
+
+TEST_F(DirectMode, externalFecViaSetsAreNeverProgrammed) {
+  externalFecViaSetIs(7);
+  routeIs(100, 7, Mpls::viaTypeExternalFec);
+  settle();
+  EXPECT_FALSE(hwRoute(100));
+  EXPECT_EQ(published(100).state, RouteState::routeStateUnprogrammed);
+}
+
+TEST_F(DirectMode, resourceFullAndNormalAreLoggedOnceEach) {
+  Qel::SysLog::instance().clear();
+  driver.routeCapacity = 1;
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  routeIs(101, 1);
+  routeIs(102, 1);
+  settle();
+  EXPECT_EQ(state()->unprogrammedRoutes(), 2u);
+  driver.routeCapacity = 10;
+  advance(11);
+  EXPECT_EQ(state()->unprogrammedRoutes(), 0u);
+  std::vector<std::string> names;
+  for (const auto& e : Qel::SysLog::instance().entries()) names.push_back(e.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"ROUTING_MPLS_RESOURCE_FULL",
+                                             "ROUTING_MPLS_RESOURCE_NORMAL"}));
+}
+
+TEST_F(DirectMode, tenThousandRoutesOverHundredViaSetsAllProgrammed) {
+  for (int nh = 0; nh < 50; ++nh) {
+    arpIs(fmt::format("10.1.{}.2", nh), "Ethernet1", fmt::format("00:00:5e:00:60:{:02x}", nh));
+  }
+  for (uint32_t vs = 1; vs <= 100; ++vs) {
+    mplsViaSetIs(vs, {{fmt::format("10.1.{}.2", vs % 50), "Ethernet1", 1000 + vs % 50},
+                      {fmt::format("10.1.{}.2", (vs + 1) % 50), "Ethernet1", 1000 + (vs + 1) % 50}});
+  }
+  for (uint32_t label = 16; label < 16 + 10000; ++label) routeIs(label, 1 + label % 100);
+  settle();
+  EXPECT_EQ(hwRoutes(), 10000u);
+  EXPECT_EQ(driver.programmedRoutes(), 10000u);
+  size_t programmed = 0;
+  for (const auto& [key, info] : root->routingHwMplsStatus()->routeColl()) {
+    programmed += info.state == RouteState::routeStateProgrammed;
+  }
+  EXPECT_EQ(programmed, 10000u);
+  EXPECT_EQ(hwL2Adjacencies(), 50u) << "one layer-2 record per distinct resolved via set";
+}
+
+}  // namespace
+}  // namespace QelTest

@@ -1,0 +1,206 @@
+#include "SwitchFixture.h"
+
+#include <unistd.h>
+
+namespace QelTest {
+
+namespace {
+const char* kStatusPath = Qel::MplsRootSm::kHwRouteStatusPath;
+const char* kConfigPath = Qel::MplsRootSm::kHwRouteConfigPath;
+
+std::string uniquePrefix() {
+  static int counter = 0;
+  const char* base = std::getenv("QELMPLS_SHM_PREFIX");
+  return std::string(base ? base : "qeltest") + "-" + std::to_string(getpid()) + "-" +
+         std::to_string(++counter);
+}
+}  // namespace
+
+TestDriver::TestDriver(Vosh::EntityManager& platform, Vosh::EntityManager& reader)
+    : platform_(platform), reader_(reader) {
+  platform_.mountWriter(kStatusPath, Vosh::Qel::MplsHwCollectionStatus::collections());
+  status = Kiv::make<Vosh::Qel::MplsHwCollectionStatus>(platform_, kStatusPath);
+}
+
+void TestDriver::attach() {
+  if (!reader_.mounted(kConfigPath)) reader_.mountReader(kConfigPath, Vosh::mountTypeReader);
+  config = Kiv::make<Vosh::Qel::MplsHwCollectionConfig>(reader_, kConfigPath);
+  routeConnection_ =
+      config->onMplsHwRoute().connect([this](const Mpls::RouteKey& k) { answerRoute(k); });
+  l2Connection_ = config->onL2Adjacency().connect([this](uint64_t id) { answerL2Adjacency(id); });
+}
+
+void TestDriver::answerRoute(const Mpls::RouteKey& key) {
+  if (!answer) return;
+  Vosh::Qel::MplsHwRouteConfig cfg = config->mplsHwRoute(key);
+  if (!cfg) {
+    programmed_.erase(key);
+    status->mplsHwRouteDel(key);
+    status->mplsRouteSyncMapDel(key);
+    return;
+  }
+  Vosh::Qel::MplsHwRouteStatus st;
+  st.routeKey = key;
+  st.version = cfg.version;
+  bool fits = programmed_.contains(key) || programmed_.size() < routeCapacity;
+  bool valid = config->l2AdjacencyHas(cfg.l2AdjId()) &&
+               !failLabels.contains(key.topLabel().value());
+  if (fits && valid) {
+    st.state = Vosh::Qel::mplsHwRouteStateProgrammed;
+    programmed_.insert(key);
+    status->mplsRouteSyncMapIs(key, Vosh::Qel::MplsRouteSyncMap{key, {}});
+  } else {
+    st.state = Vosh::Qel::mplsHwRouteStateUnprogrammed;
+    st.reason = fits ? Vosh::Qel::mplsHwUnprogReasonInvalidFecId
+                     : Vosh::Qel::mplsHwUnprogReasonRouteFull;
+    st.resourceFlag = fits ? 0 : 1;
+    programmed_.erase(key);
+    status->mplsRouteSyncMapDel(key);
+  }
+  status->mplsHwRouteIs(st);
+}
+
+void TestDriver::answerL2Adjacency(uint64_t id) {
+  if (!answer) return;
+  Vosh::Qel::MplsHwL2AdjacencyConfig cfg = config->l2Adjacency(id);
+  if (!cfg) {
+    status->l2AdjacencyDel(id);
+    return;
+  }
+  Vosh::Qel::MplsHwL2AdjacencyStatus st;
+  st.key = id;
+  st.version = cfg.version();
+  st.state = Vosh::Qel::mplsHwL2AdjStateProgrammed;
+  status->l2AdjacencyIs(st);
+}
+
+SwitchFixture::SwitchFixture()
+    : prefix(uniquePrefix()),
+      korba(Kiv::make<Korba::EntityManager>(&scheduler)),
+      platform(Kiv::make<Vosh::EntityManager>(prefix, &scheduler)),
+      agentShm(Kiv::make<Vosh::EntityManager>(prefix, &scheduler)),
+      driver(*platform, *platform) {
+  Qel::featureTogglesReset();
+  Qel::registerMplsKorbaTypes(*korba);
+  platform->mountWriter(Qel::MplsRootSm::kTransitLfibPath, Mpls::LfibStatus::collections());
+  lfib = Kiv::make<Mpls::LfibStatus>(*platform, Qel::MplsRootSm::kTransitLfibPath);
+  platform->mountWriter(Qel::MplsRootSm::kArpStatusPath, Arp::Table::Status::collections());
+  arp = Kiv::make<Arp::Table::Status>(*platform, Qel::MplsRootSm::kArpStatusPath);
+  platform->mountWriter(Qel::MplsRootSm::kBridgingStatusPath,
+                        Vosh::Bridging::Status::collections());
+  fdb = Kiv::make<Vosh::Bridging::Status>(*platform, Qel::MplsRootSm::kBridgingStatusPath);
+
+  auto routing = Kiv::make<Mpls::RoutingInfo>("routing/mpls/routingInfo/status");
+  routing->mplsRoutingIs(true);
+  korba->entityIs("routing/mpls/routingInfo/status", Mpls::RoutingInfo::kTypeName, routing);
+  modeConfig = Kiv::make<Qel::MplsProgrammingModeConfig>("modeConfig");
+  localLfibInfo = Kiv::make<Mpls::LocalLfibInfo>("localLfibInfo");
+  attrLog = Kiv::make<Plin::AttrLogSm>();
+  helper = Kiv::make<QelHelper::MplsSmHelper>("testHelper");
+}
+
+SwitchFixture::~SwitchFixture() {
+  root = nullptr;
+  Vosh::EntityManager::removeAll(prefix);
+}
+
+void SwitchFixture::startAgent() {
+  root = Qel::mplsRootSmFactory(modeConfig, helper, korba, attrLog, &scheduler, localLfibInfo,
+                                Qel::mplsHwConfigFactory("mplsHwConfig"),
+                                Qel::mplsHwStatusFactory("mplsHwStatus"), agentShm);
+  modeConfig->adjacencyProgrammerIs(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect);
+  settle();
+  ASSERT_TRUE(root->mplsSm());
+  driver.attach();
+  settle();
+}
+
+void SwitchFixture::stopAgent() { root = nullptr; }
+
+void SwitchFixture::interfaceIs(const std::string& name, uint16_t vlan, bool routedPort,
+                                bool hwSupported) {
+  auto table = korba->entityAs<QelL3Intf::Table>("qel/l3IntfTable");
+  if (!table) {
+    table = Kiv::make<QelL3Intf::Table>("qel/l3IntfTable");
+    korba->entityIs("qel/l3IntfTable", QelL3Intf::Table::kTypeName, table);
+  }
+  table->intfIdToL3IdIs(Bexo::IntfId::fromString(name), QelL3Intf::L3Id{vlan, hwSupported, routedPort});
+}
+
+void SwitchFixture::arpIs(const std::string& ip, const std::string& intf, const std::string& mac) {
+  Arp::Table::ArpKey key(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf));
+  arp->arpEntryIs(Arp::Table::ArpEntry{key, Bexo::EthAddr::fromString(mac)});
+}
+
+void SwitchFixture::arpDel(const std::string& ip, const std::string& intf) {
+  arp->arpEntryDel(Arp::Table::ArpKey(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf)));
+}
+
+void SwitchFixture::fdbIs(uint16_t vlan, const std::string& mac, const std::string& port) {
+  Bridging::HostKey key(vlan, Bexo::EthAddr::fromString(mac));
+  fdb->hostEntryIs(Bridging::HostEntry{key, Bexo::IntfId::fromString(port)});
+}
+
+void SwitchFixture::mplsViaSetIs(
+    uint32_t id, const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias) {
+  Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeMplsIp, id));
+  uint32_t position = 0;
+  for (const auto& [nextHop, intf, label] : vias) {
+    Mpls::LfibMplsVia via;
+    via.viaKey = Mpls::LfibViaKey(Mpls::viaTypeMplsIp, nextViaIndex++);
+    via.labelOperation = Bexo::UnboundedMplsLabelOperation(
+        Bexo::mplsActionSwap, Bexo::MplsLabelStack{Bexo::MplsLabel(label)});
+    via.intf = Bexo::IntfId::fromString(intf);
+    via.nextHop = Bexo::IpGenAddr::fromString(nextHop);
+    via.payloadType = Mpls::PayloadType::payloadMpls;
+    lfib->mplsViaIs(via);
+    set.viaKeyIs(Mpls::LfibViaIndexRange(position++), via.viaKey);
+  }
+  lfib->viaSetIs(set);
+}
+
+void SwitchFixture::viaSetDel(uint32_t id, Mpls::LfibViaType type) {
+  lfib->viaSetDel(Mpls::LfibViaSetKey(type, id));
+}
+
+void SwitchFixture::externalFecViaSetIs(uint32_t id) {
+  Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeExternalFec, id));
+  Mpls::LfibViaKey key(Mpls::viaTypeExternalFec, nextViaIndex++);
+  lfib->extFecViaIs(key, Mpls::LfibExternalFecVia{key, 0x0900000000000011ULL});
+  set.viaKeyIs(Mpls::LfibViaIndexRange(0), key);
+  lfib->viaSetIs(set);
+}
+
+void SwitchFixture::routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type) {
+  Mpls::LfibRoute route;
+  route.routeKey = Mpls::RouteKey(Bexo::MplsLabel(label));
+  route.viaSetKey = Mpls::LfibViaSetKey(type, viaSet);
+  route.viaType = type;
+  lfib->routeIs(route);
+}
+
+void SwitchFixture::routeDel(uint32_t label) {
+  lfib->routeDel(Mpls::RouteKey(Bexo::MplsLabel(label)));
+}
+
+void SwitchFixture::mplsRoutingIs(bool on) {
+  korba->entityAs<Mpls::RoutingInfo>("routing/mpls/routingInfo/status")->mplsRoutingIs(on);
+}
+
+Vosh::Qel::MplsHwRouteConfig SwitchFixture::hwRoute(uint32_t label) const {
+  return driver.config->mplsHwRoute(Mpls::RouteKey(Bexo::MplsLabel(label)));
+}
+
+Vosh::Qel::MplsHwL2AdjacencyConfig SwitchFixture::hwL2(uint64_t id) const {
+  return driver.config->l2Adjacency(id);
+}
+
+Mpls::Hardware::RouteInfo SwitchFixture::published(uint32_t label) const {
+  return root->routingHwMplsStatus()->route(Mpls::RouteKey(Bexo::MplsLabel(label)));
+}
+
+bool SwitchFixture::isPublished(uint32_t label) const {
+  return root->routingHwMplsStatus()->routeHas(Mpls::RouteKey(Bexo::MplsLabel(label)));
+}
+
+}  // namespace QelTest
