@@ -171,8 +171,10 @@ class HashMap {
 
    V& append(const K& k, V v) {
       if (cells_.size() >= 16 && cells_.size() > 2 * live_) compact();
+      // Sized for every cell, live or not, so one rebuild covers the next
+      // cells.size() insertions.
       if ((cells_.size() + 1 + holesInIndex_) * 2 > index_.size())
-         rebuildIndex(indexSizeFor(live_ + 1));
+         rebuildIndex(indexSizeFor(cells_.size() + 1));
       cells_.push_back(Cell{Entry{k, std::move(v)}, true});
       ++live_;
       place(k, static_cast<uint32_t>(cells_.size()));
