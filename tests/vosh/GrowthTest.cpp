@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "TestRecords.h"
+#include "VoshTestSupport.h"
+#include "vosh/SegmentName.h"
+
+namespace VoshTest {
+namespace {
+
+// The sanitizer build runs unoptimised; a smaller table still grows through
+// many generations there.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr uint64_t kEntries = 200'000;
+#else
+constexpr uint64_t kEntries = 1'000'000;
+#endif
+
+class GrowthTest : public VoshFixture {};
+
+TEST_F(GrowthTest, aCollectionGrowsFromItsInitialCapacityKeepingEveryEntry) {
+  auto writer = manager();
+  writer->mountWriter("hw/routes", {{"route", 1024}, {"other", 16}});
+  auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
+  auto other = writer->table<uint64_t, Route>("hw/routes", "other");
+  other->set(7, routeFor(7));
+
+  auto readerManager = manager();
+  readerManager->mountReader("hw/routes", Vosh::mountTypeReader);
+  auto reader = readerManager->table<uint64_t, Route>("hw/routes", "route");
+  routes->set(0, routeFor(0));
+  scheduler_.runUntilIdle();
+  uint64_t notified = 0;
+  auto c = reader->onChange.connect([&](uint64_t) { ++notified; });
+
+  for (uint64_t k = 1; k < kEntries; ++k) routes->set(k, routeFor(k));
+
+  EXPECT_GE(routes->capacity(), kEntries);
+  EXPECT_EQ(routes->size(), kEntries);
+  EXPECT_EQ(other->lookup(7), routeFor(7));
+  uint64_t missing = 0;
+  for (uint64_t k = 0; k < kEntries; ++k) missing += routes->lookup(k) != routeFor(k);
+  EXPECT_EQ(missing, 0u);
+
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(notified, kEntries - 1);
+  EXPECT_EQ(reader->size(), kEntries);
+  for (uint64_t k = 0; k < kEntries; ++k) missing += reader->lookup(k) != routeFor(k);
+  EXPECT_EQ(missing, 0u);
+}
+
+TEST_F(GrowthTest, onlyTheNewestGenerationKeepsAName) {
+  auto writer = manager();
+  writer->mountWriter("hw/routes", {{"route", 4}});
+  auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
+  std::string first = writer->segmentName("hw/routes");
+  for (uint64_t k = 0; k < 100; ++k) routes->set(k, routeFor(k));
+  std::string base = Vosh::segmentBaseName(prefix_, "hw/routes");
+  std::vector<uint32_t> present = Vosh::segmentGenerationsPresent(base);
+  ASSERT_EQ(present.size(), 1u);
+  EXPECT_NE(writer->segmentName("hw/routes"), first);
+  EXPECT_EQ(writer->segmentName("hw/routes"), Vosh::segmentGenerationName(base, present[0]));
+}
+
+TEST_F(GrowthTest, aReaderMovesToTheNewGenerationOnItsNextLookup) {
+  auto writer = manager();
+  writer->mountWriter("hw/routes", {{"route", 4}});
+  auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
+  for (uint64_t k = 0; k < 4; ++k) routes->set(k, routeFor(k));
+  auto readerManager = manager();
+  readerManager->mountReader("hw/routes", Vosh::mountTypeReader);
+  auto reader = readerManager->table<uint64_t, Route>("hw/routes", "route");
+  std::string before = readerManager->segmentName("hw/routes");
+  routes->set(4, routeFor(4));
+  routes->del(0);
+  EXPECT_NE(writer->segmentName("hw/routes"), before);
+  EXPECT_EQ(readerManager->segmentName("hw/routes"), before);
+  EXPECT_EQ(reader->lookup(4), routeFor(4));
+  EXPECT_FALSE(reader->has(0));
+  EXPECT_EQ(readerManager->segmentName("hw/routes"), writer->segmentName("hw/routes"));
+}
+
+}  // namespace
+}  // namespace VoshTest
