@@ -1,0 +1,202 @@
+#include "sim/HwDriver.h"
+
+#include <bit>
+
+#include "kiv/Entity.h"
+
+namespace Sim {
+
+namespace {
+
+using Vosh::Qel::MplsHwL2AdjacencyId;
+
+uint64_t packRouteKey(const Mpls::RouteKey& key) {
+  return (uint64_t{key.topLabel().value()} << 8) | key.source();
+}
+
+Mpls::RouteKey unpackRouteKey(uint64_t packed) {
+  return Mpls::RouteKey(Bexo::MplsLabel(static_cast<uint32_t>(packed >> 8)),
+                        static_cast<Mpls::LfibSource>(packed & 0xff));
+}
+
+bool tableExists(Vosh::EntityManager& em, const char* path) {
+  if (em.mounted(path)) return true;
+  try {
+    em.mountReader(path, Vosh::mountTypeSharedReader);
+    return true;
+  } catch (const Vosh::MountError&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+class HwDriver::Reactors : public Kiv::Reactor {
+ public:
+  Reactors(HwDriver* driver, const Vosh::Qel::MplsHwCollectionConfig& config) {
+    on(config.onMplsHwRoute(), [driver](const Mpls::RouteKey& k) { driver->queueRoute(k); });
+    on(config.onL2Adjacency(),
+       [driver](const MplsHwL2AdjacencyId& id) { driver->queueL2Adjacency(id); });
+  }
+};
+
+HwDriver::HwDriver(Kiv::Ptr<Vosh::EntityManager> em, const DriverConfig& config)
+    : em_(std::move(em)),
+      driverConfig_(config),
+      answerTask_(em_->scheduler(), kTaskPriority, "Sim::HwDriver-answerTask",
+                  [this] { runAnswerTask(); }) {
+  em_->mountWriter(kRouteStatusPath, Vosh::Qel::MplsHwCollectionStatus::collections());
+  status_ = Kiv::make<Vosh::Qel::MplsHwCollectionStatus>(*em_, kRouteStatusPath);
+  recoverHardware();
+}
+
+HwDriver::~HwDriver() = default;
+
+void HwDriver::recoverHardware() {
+  status_->forEachMplsHwRoute([this](const Mpls::RouteKey& key, const auto& s) {
+    if (s.state == Vosh::Qel::mplsHwRouteStateProgrammed) hwRoutes_.insert(key);
+  });
+  status_->forEachL2Adjacency([this](MplsHwL2AdjacencyId id, const auto& s) {
+    if (s.state == Vosh::Qel::mplsHwL2AdjStateProgrammed) hwL2Adjacencies_.insert(id);
+  });
+}
+
+bool HwDriver::attach() {
+  if (attached()) return true;
+  if (!tableExists(*em_, kRouteConfigPath)) return false;
+  config_ = Kiv::make<Vosh::Qel::MplsHwCollectionConfig>(*em_, kRouteConfigPath);
+  reactors_ = std::make_unique<Reactors>(this, *config_);
+  // What the agent wrote before the driver looked, and what the hardware
+  // answered for records that are gone since, are changes like any other.
+  config_->forEachL2Adjacency(
+      [this](MplsHwL2AdjacencyId id, const auto&) { queueL2Adjacency(id); });
+  config_->forEachMplsHwRoute([this](const Mpls::RouteKey& k, const auto&) { queueRoute(k); });
+  status_->forEachL2Adjacency([this](MplsHwL2AdjacencyId id, const auto&) {
+    if (!config_->l2AdjacencyHas(id)) queueL2Adjacency(id);
+  });
+  status_->forEachMplsHwRoute([this](const Mpls::RouteKey& k, const auto&) {
+    if (!config_->mplsHwRouteHas(k)) queueRoute(k);
+  });
+  return true;
+}
+
+void HwDriver::queueRoute(const Mpls::RouteKey& key) {
+  if (pendingRoutes_.insert(key)) queue(Kind::route, packRouteKey(key));
+}
+
+void HwDriver::queueL2Adjacency(MplsHwL2AdjacencyId id) {
+  if (pendingL2_.insert(id)) queue(Kind::l2Adjacency, id);
+}
+
+void HwDriver::queue(Kind kind, uint64_t key) {
+  double due = em_->scheduler()->now() + driverConfig_.answerDelay;
+  queue_.push_back(Change{due, kind, key});
+  if (queue_.size() == 1) answerTask_.scheduleAfter(driverConfig_.answerDelay);
+}
+
+void HwDriver::runAnswerTask() {
+  const double now = em_->scheduler()->now();
+  while (!queue_.empty() && queue_.front().due <= now) {
+    Change change = queue_.front();
+    queue_.pop_front();
+    if (change.kind == Kind::route) {
+      answerRoute(unpackRouteKey(change.key));
+    } else {
+      answerL2Adjacency(change.key);
+    }
+    if (answerTask_.taskShouldYield()) break;
+  }
+  if (queue_.empty()) return;
+  if (queue_.front().due <= now) {
+    answerTask_.scheduleNow();
+  } else {
+    answerTask_.scheduleAfter(queue_.front().due - now);
+  }
+}
+
+void HwDriver::answerL2Adjacency(MplsHwL2AdjacencyId id) {
+  if (!pendingL2_.erase(id)) return;
+  Vosh::Qel::MplsHwL2AdjacencyConfig config = config_->l2Adjacency(id);
+  if (!config) {
+    hwL2Adjacencies_.erase(id);
+    if (status_->l2AdjacencyHas(id)) {
+      status_->l2AdjacencyDel(id);
+      ++counters_.statusDeleted;
+    }
+    return;
+  }
+  if (!driverConfig_.answer) return;
+  Vosh::Qel::MplsHwL2AdjacencyStatus status;
+  status.key = id;
+  status.version = config.version();
+  if (hwL2Adjacencies_.contains(id) || hwL2Adjacencies_.size() < driverConfig_.l2AdjCapacity) {
+    hwL2Adjacencies_.insert(id);
+    status.state = Vosh::Qel::mplsHwL2AdjStateProgrammed;
+  } else {
+    status.state = Vosh::Qel::mplsHwL2AdjStateUnprogrammed;
+    ++counters_.l2Refused;
+  }
+  ++counters_.l2Answers;
+  status_->l2AdjacencyIs(status);
+}
+
+void HwDriver::answerRoute(const Mpls::RouteKey& key) {
+  if (!pendingRoutes_.erase(key)) return;
+  Vosh::Qel::MplsHwRouteConfig config = config_->mplsHwRoute(key);
+  if (!config) {
+    hwRoutes_.erase(key);
+    status_->mplsRouteSyncMapDel(key);
+    if (status_->mplsHwRouteHas(key)) {
+      status_->mplsHwRouteDel(key);
+      ++counters_.statusDeleted;
+    }
+    return;
+  }
+  if (!driverConfig_.answer) return;
+  MplsHwL2AdjacencyId l2 = config.l2AdjId();
+  // NOTE: the adjacency a route points at is answered first, so that the
+  // route is judged against what the hardware holds.
+  if (l2 != Vosh::Qel::kAllOnes && pendingL2_.contains(l2)) answerL2Adjacency(l2);
+  routeStatusIs(routeVerdict(config));
+}
+
+Vosh::Qel::MplsHwRouteStatus HwDriver::routeVerdict(const Vosh::Qel::MplsHwRouteConfig& config) {
+  Vosh::Qel::MplsHwRouteStatus status;
+  status.routeKey = config.routeKey;
+  status.version = config.version;
+  status.state = Vosh::Qel::mplsHwRouteStateUnprogrammed;
+  MplsHwL2AdjacencyId l2 = config.l2AdjId();
+  if (driverConfig_.failLabels.contains(config.routeKey.topLabel().value())) {
+    status.reason = Vosh::Qel::mplsHwUnprogReasonInvalidFecId;
+  } else if (l2 != Vosh::Qel::kAllOnes && !hwL2Adjacencies_.contains(l2)) {
+    // Either refused for capacity or never written: the hardware has nothing
+    // to forward to.
+    bool refused = config_->l2AdjacencyHas(l2);
+    status.reason = refused ? Vosh::Qel::mplsHwUnprogReasonAdjacencyFull
+                            : Vosh::Qel::mplsHwUnprogReasonInvalidFecId;
+    status.resourceFlag = refused ? 1 : 0;
+  } else if (!hwRoutes_.contains(config.routeKey) &&
+             hwRoutes_.size() >= driverConfig_.routeCapacity) {
+    status.reason = Vosh::Qel::mplsHwUnprogReasonRouteFull;
+    status.resourceFlag = 1;
+  } else {
+    status.state = Vosh::Qel::mplsHwRouteStateProgrammed;
+  }
+  return status;
+}
+
+void HwDriver::routeStatusIs(const Vosh::Qel::MplsHwRouteStatus& status) {
+  ++counters_.routeAnswers;
+  const Mpls::RouteKey& key = status.routeKey;
+  if (status.state == Vosh::Qel::mplsHwRouteStateProgrammed) {
+    hwRoutes_.insert(key);
+    status_->mplsRouteSyncMapIs(key, Vosh::Qel::MplsRouteSyncMap{key, {0, status.version}});
+  } else {
+    ++counters_.routesRefused;
+    hwRoutes_.erase(key);
+    status_->mplsRouteSyncMapDel(key);
+  }
+  status_->mplsHwRouteIs(status);
+}
+
+}  // namespace Sim

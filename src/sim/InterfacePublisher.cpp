@@ -1,0 +1,16 @@
+#include "sim/InterfacePublisher.h"
+
+namespace Sim {
+
+InterfacePublisher::InterfacePublisher(Korba::EntityManager& korba)
+    : table_(Kiv::make<QelL3Intf::Table>(kPath)) {
+  korba.entityIs(kPath, QelL3Intf::Table::kTypeName, table_);
+}
+
+void InterfacePublisher::interfaceIs(const InterfaceSpec& spec) {
+  table_->intfIdToL3IdIs(spec.name, QelL3Intf::L3Id{spec.vlan, spec.hwSupported, spec.routedPort});
+}
+
+void InterfacePublisher::interfaceDel(Bexo::IntfId name) { table_->intfIdToL3IdDel(name); }
+
+}  // namespace Sim

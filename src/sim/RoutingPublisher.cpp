@@ -1,0 +1,19 @@
+#include "sim/RoutingPublisher.h"
+
+namespace Sim {
+
+RoutingPublisher::RoutingPublisher(Korba::EntityManager& korba)
+    : routingInfo_(Kiv::make<Mpls::RoutingInfo>(kRoutingInfoPath)),
+      routeStatus_(Kiv::make<Routing::Hardware::RouteStatus>(kRouteStatusPath)) {
+  korba.entityIs(kRoutingInfoPath, Mpls::RoutingInfo::kTypeName, routingInfo_);
+  korba.entityIs(kRouteStatusPath, Routing::Hardware::RouteStatus::kTypeName, routeStatus_);
+}
+
+void RoutingPublisher::routingIs(const RoutingSpec& spec) {
+  if (spec.allowDefaultRoute) {
+    routingInfo_->nexthopResolutionAllowDefaultRouteIs(*spec.allowDefaultRoute);
+  }
+  if (spec.mpls) routingInfo_->mplsRoutingIs(*spec.mpls);
+}
+
+}  // namespace Sim

@@ -1,0 +1,85 @@
+#include "sim/SimSwitch.h"
+
+#include "QelMpls/QelMplsRootSm.h"
+
+namespace Sim {
+
+namespace {
+
+Kiv::Ptr<Korba::EntityManager> stateDatabase(Plin::TaskScheduler* scheduler) {
+  auto korba = Kiv::make<Korba::EntityManager>(scheduler);
+  Qel::registerMplsKorbaTypes(*korba);
+  return korba;
+}
+
+}  // namespace
+
+SimSwitch::SimSwitch(Plin::TaskScheduler* scheduler, const Options& options)
+    : scheduler_(scheduler),
+      prefix_(options.prefix),
+      driverConfig_(options.driver),
+      vosh_(Kiv::make<Vosh::EntityManager>(options.prefix, scheduler)),
+      korba_(stateDatabase(scheduler)),
+      lfib_(*vosh_, *korba_),
+      interfaces_(*korba_),
+      routing_(*korba_),
+      arp_(*vosh_),
+      fdb_(*vosh_),
+      responder_(vosh_, arp_),
+      platform_(*korba_),
+      agent_(scheduler, korba_, options.prefix) {
+  if (!options.externalDriver) driver_ = std::make_unique<HwDriver>(vosh_, driverConfig_);
+}
+
+SimSwitch::~SimSwitch() { agent_.stop(); }
+
+void SimSwitch::inputsIs(const InputSections& inputs) {
+  for (const std::string& vrf : inputs.vrfs) routing_.vrfIs(vrf);
+  for (const InterfaceSpec& spec : inputs.interfaces) interfaces_.interfaceIs(spec);
+  for (const ArpSpec& spec : inputs.arp) arp_.neighbourIs(spec);
+  for (const FdbSpec& spec : inputs.fdb) fdb_.hostIs(spec);
+  if (!inputs.viaSets.empty()) lfib_.viaSetsIs(inputs.viaSets);
+  for (const RouteRange& range : inputs.routes) lfib_.routesIs(range);
+}
+
+void SimSwitch::inputsDel(const InputKeys& keys) {
+  for (const RouteRange& range : keys.routes) lfib_.routesDel(range);
+  for (uint32_t id : keys.viaSets) lfib_.viaSetDel(id);
+  for (const Bridging::HostKey& key : keys.fdb) fdb_.hostDel(key);
+  for (const Arp::Table::ArpKey& key : keys.arp) arp_.neighbourDel(key);
+  for (Bexo::IntfId name : keys.interfaces) interfaces_.interfaceDel(name);
+  for (const std::string& vrf : keys.vrfs) routing_.vrfDel(vrf);
+}
+
+void SimSwitch::driverConfigIs(const DriverSpec& spec) {
+  driverConfig_.apply(spec);
+  if (driver_) driver_->driverConfigIs(driverConfig_);
+}
+
+bool SimSwitch::driverTableExists() {
+  if (driver_ || vosh_->mounted(HwDriver::kRouteStatusPath)) return true;
+  try {
+    vosh_->mountReader(HwDriver::kRouteStatusPath, Vosh::mountTypeSharedReader);
+    return true;
+  } catch (const Vosh::MountError&) {
+    return false;
+  }
+}
+
+void SimSwitch::agentStart() {
+  platform_.routeSyncMapReadyIs(driverTableExists());
+  agent_.start();
+  platform_.hwStatusIs(agent_.hwStatus());
+}
+
+void SimSwitch::agentStop() {
+  platform_.hwStatusIs(nullptr);
+  agent_.stop();
+}
+
+void SimSwitch::attachReaders() {
+  responder_.attach();
+  if (driver_) driver_->attach();
+}
+
+}  // namespace Sim
