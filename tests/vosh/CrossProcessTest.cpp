@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -116,6 +117,24 @@ TEST_F(CrossProcessTest, aReaderInAnotherProcessIsToldOfEachChangedKeyOnce) {
   peer.writeLine("go");
   EXPECT_EQ(peer.readLine(), "notified 2:3 3:absent 4:1");
   EXPECT_EQ(peer.exitCode(), 0);
+}
+
+TEST_F(CrossProcessTest, aReaderInRealTimeHearsAnotherProcessWithoutBeingAskedToPoll) {
+  Peer peer({"write-on-line", prefix_, "hw/routes", "100"});
+  ASSERT_EQ(peer.readLine(), "ready");
+  Plin::TaskScheduler realTime(Plin::TaskScheduler::Mode::realTime);
+  auto readerManager = Kiv::make<Vosh::EntityManager>(prefix_, &realTime);
+  readerManager->mountReader("hw/routes", Vosh::mountTypeReader);
+  auto reader = readerManager->table<uint64_t, Route>("hw/routes", "route");
+  std::vector<uint64_t> notified;
+  auto c = record(reader, notified);
+  peer.writeLine("go");
+  EXPECT_EQ(peer.readLine(), "wrote 100");
+  EXPECT_TRUE(realTime.runUntil([&] { return notified.size() == 100; }, 10.0));
+  EXPECT_EQ(reader->lookup(99), routeFor(99));
+  EXPECT_EQ(peer.exitCode(), 0);
+  readerManager->unmount("hw/routes");
+  EXPECT_EQ(realTime.nextExpiry(), std::numeric_limits<double>::infinity());
 }
 
 TEST_F(CrossProcessTest, aReaderNeverSeesATornRecordWhileAnotherProcessRewritesIt) {

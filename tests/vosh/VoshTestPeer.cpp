@@ -4,6 +4,9 @@
 //   write N     mount as writer, write keys [0, N), exit
 //   watch       mount as reader; say "ready"; on a line from stdin, poll and
 //               print each notified key with what a lookup then answers
+//   write-on-line N
+//               mount as writer; say "ready"; on a line from stdin write
+//               keys [0, N) and exit
 //   churn       mount as writer; say "ready"; rewrite keys 0 to 3 in turn
 //               with uniform records until a line arrives on stdin
 #include <poll.h>
@@ -67,6 +70,16 @@ int write(Vosh::EntityManager& em, const std::string& path, uint64_t count) {
   return 0;
 }
 
+int writeOnLine(Vosh::EntityManager& em, const std::string& path, uint64_t count) {
+  em.mountWriter(path, {{kCollection, 1024}});
+  auto routes = em.table<uint64_t, Route>(path, kCollection);
+  say("ready");
+  waitForLine();
+  for (uint64_t k = 0; k < count; ++k) routes->set(k, VoshTest::routeFor(k));
+  say(fmt::format("wrote {}", count));
+  return 0;
+}
+
 int watch(Vosh::EntityManager& em, Plin::TaskScheduler& scheduler, const std::string& path) {
   em.mountReader(path, Vosh::mountTypeSharedReader);
   auto routes = em.table<uint64_t, Route>(path, kCollection);
@@ -101,7 +114,8 @@ int churn(Vosh::EntityManager& em, const std::string& path) {
 
 int main(int argc, char** argv) {
   if (argc < 4) {
-    std::fprintf(stderr, "usage: %s verify|write|watch|churn PREFIX PATH [COUNT]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s verify|write|write-on-line|watch|churn PREFIX PATH [COUNT]\n",
+                 argv[0]);
     return 2;
   }
   std::string command = argv[1];
@@ -112,6 +126,7 @@ int main(int argc, char** argv) {
   try {
     if (command == "verify") return verify(*em, path, count);
     if (command == "write") return write(*em, path, count);
+    if (command == "write-on-line") return writeOnLine(*em, path, count);
     if (command == "watch") return watch(*em, scheduler, path);
     if (command == "churn") return churn(*em, path);
   } catch (const Vosh::MountError& e) {
