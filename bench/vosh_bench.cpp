@@ -246,5 +246,3 @@ void BM_VoshReaderNotification(benchmark::State& state) {
 BENCHMARK(BM_VoshReaderNotification)->Arg(50'000)->Arg(kEntries)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-
-BENCHMARK_MAIN();
