@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+#include <vector>
+
+#include "ModelsTestSupport.h"
+#include "models/VoshTables.h"
+
+namespace {
+
+using Mpls::LfibViaIndexRange;
+using Mpls::LfibViaKey;
+using Mpls::LfibViaSet;
+using Mpls::LfibViaSetKey;
+
+const LfibViaSetKey kKey(Mpls::viaTypeMplsIp, 7);
+
+LfibViaSet viaSetOf(uint32_t vias) {
+  LfibViaSet set(kKey);
+  for (uint32_t i = 0; i < vias; ++i) {
+    set.viaKeyIs(LfibViaIndexRange(i), LfibViaKey(Mpls::viaTypeMplsIp, 1000 + i, i % 3));
+  }
+  return set;
+}
+
+std::vector<std::byte> encode(const LfibViaSet& set) {
+  std::vector<std::byte> bytes(LfibViaSet::kMaxSerializedSize);
+  bytes.resize(set.serialize(bytes.data()));
+  return bytes;
+}
+
+TEST(LfibViaSetEncoding, keepsKeyBackupPrimaryFlagAndViasInPositionOrder) {
+  LfibViaSet set(kKey);
+  set.viaKeyIs(LfibViaIndexRange(0), LfibViaKey(Mpls::viaTypeMplsIp, 9, 2));
+  set.viaKeyIs(LfibViaIndexRange(1), LfibViaKey(Mpls::viaTypeExternalFec, 3));
+  set.viaKeyIs(LfibViaIndexRange(2), LfibViaKey(Mpls::viaTypeMplsIp, 1));
+  set.backupViaSetKeyIs(LfibViaSetKey(Mpls::viaTypeMplsIp, 8));
+  set.usableAsPrimaryViasIs(false);
+
+  std::vector<std::byte> bytes = encode(set);
+  EXPECT_EQ(bytes.size(), LfibViaSet::kHeaderSize + 3 * 8);
+  LfibViaSet back;
+  ASSERT_TRUE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
+  EXPECT_EQ(back, set);
+  EXPECT_EQ(back.key(), kKey);
+  EXPECT_EQ(back.backupViaSetKey(), LfibViaSetKey(Mpls::viaTypeMplsIp, 8));
+  EXPECT_FALSE(back.usableAsPrimaryVias());
+  ASSERT_EQ(back.vias(), 3u);
+  EXPECT_EQ(back.viaKey(LfibViaIndexRange(0)), LfibViaKey(Mpls::viaTypeMplsIp, 9, 2));
+  EXPECT_EQ(back.viaKey(LfibViaIndexRange(1)), LfibViaKey(Mpls::viaTypeExternalFec, 3));
+}
+
+TEST(LfibViaSetEncoding, ofAFullViaSetTakesExactlyTheMaximumSize) {
+  LfibViaSet set = viaSetOf(Mpls::kMaxViasPerSet);
+  std::vector<std::byte> bytes = encode(set);
+  EXPECT_EQ(bytes.size(), LfibViaSet::kMaxSerializedSize);
+  LfibViaSet back;
+  ASSERT_TRUE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
+  EXPECT_EQ(back, set);
+}
+
+TEST(LfibViaSetEncoding, ofAViaSetWithoutViasIsItsHeader) {
+  LfibViaSet set(kKey);
+  std::vector<std::byte> bytes = encode(set);
+  EXPECT_EQ(bytes.size(), LfibViaSet::kHeaderSize);
+  LfibViaSet back;
+  ASSERT_TRUE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
+  EXPECT_EQ(back, set);
+  EXPECT_TRUE(back);
+}
+
+TEST(LfibViaSetEncoding, isRefusedWhenItsLengthDoesNotMatchItsCount) {
+  std::vector<std::byte> bytes = encode(viaSetOf(4));
+  LfibViaSet back;
+  EXPECT_FALSE(LfibViaSet::deserialize(bytes.data(), LfibViaSet::kHeaderSize - 1, back));
+  EXPECT_FALSE(LfibViaSet::deserialize(bytes.data(), bytes.size() - 8, back));
+  bytes.resize(bytes.size() + 8);
+  EXPECT_FALSE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
+}
+
+TEST(LfibViaSetEncoding, isRefusedWhenItsCountIsAboveTheLimit) {
+  std::vector<std::byte> full = encode(viaSetOf(Mpls::kMaxViasPerSet));
+  full.resize(full.size() + 8);
+  // A length that fits 129 vias; the count is the header's third field, after
+  // the key and the backup key.
+  uint32_t count = Mpls::kMaxViasPerSet + 1;
+  std::memcpy(full.data() + 16, &count, sizeof count);
+  LfibViaSet back;
+  EXPECT_FALSE(LfibViaSet::deserialize(full.data(), full.size(), back));
+}
+
+TEST(LfibViaSet, viaPastTheCountIsEmptyAndAPositionBeyondItExtendsTheSet) {
+  LfibViaSet set(kKey);
+  EXPECT_EQ(set.viaKey(LfibViaIndexRange(0)), LfibViaKey());
+  set.viaKeyIs(LfibViaIndexRange(3), LfibViaKey(Mpls::viaTypeMplsIp, 5));
+  EXPECT_EQ(set.vias(), 4u);
+  EXPECT_EQ(set.viaKey(LfibViaIndexRange(1)), LfibViaKey());
+  EXPECT_EQ(set.viaKey(LfibViaIndexRange(3)), LfibViaKey(Mpls::viaTypeMplsIp, 5));
+  EXPECT_THROW(LfibViaIndexRange(Mpls::kMaxViasPerSet), std::out_of_range);
+}
+
+constexpr const char* kLfibPath = "mpls/transitLfib";
+
+class LfibViaSetInSharedMemory : public ModelsTest::ShmFixture {
+ protected:
+  LfibViaSetInSharedMemory() {
+    writerShm->mountWriter(kLfibPath, Mpls::LfibStatus::collections());
+    producer = Kiv::make<Mpls::LfibStatus>(*writerShm, kLfibPath);
+    readerShm->mountReader(kLfibPath, Vosh::mountTypeSharedReader);
+    consumer = Kiv::make<Mpls::LfibStatus>(*readerShm, kLfibPath);
+  }
+  Kiv::Ptr<Mpls::LfibStatus> producer;
+  Kiv::Ptr<Mpls::LfibStatus> consumer;
+};
+
+TEST_F(LfibViaSetInSharedMemory, reachesAReaderIntactAndShrinksWithoutLeftovers) {
+  producer->viaSetIs(viaSetOf(Mpls::kMaxViasPerSet));
+  deliver();
+  EXPECT_EQ(consumer->viaSet(kKey), viaSetOf(Mpls::kMaxViasPerSet));
+
+  producer->viaSetIs(viaSetOf(2));
+  deliver();
+  LfibViaSet seen = consumer->viaSet(kKey);
+  EXPECT_EQ(seen, viaSetOf(2));
+  EXPECT_EQ(seen.viaKey(LfibViaIndexRange(2)), LfibViaKey());
+
+  producer->viaSetDel(kKey);
+  deliver();
+  EXPECT_FALSE(consumer->viaSet(kKey));
+}
+
+}  // namespace
