@@ -2,6 +2,10 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
 namespace QelTest {
 
 namespace {
@@ -43,16 +47,18 @@ void TestDriver::answerRoute(const Mpls::RouteKey& key) {
   st.routeKey = key;
   st.version = cfg.version;
   bool fits = programmed_.contains(key) || programmed_.size() < routeCapacity;
-  bool valid = config->l2AdjacencyHas(cfg.l2AdjId()) &&
-               !failLabels.contains(key.topLabel().value());
+  bool pointsSomewhere = cfg.adjacencyIdType == Vosh::Qel::adjIdTypeHardware
+                             ? cfg.hwFecId() != 0
+                             : config->l2AdjacencyHas(cfg.l2AdjId());
+  bool valid = pointsSomewhere && !failLabels.contains(key.topLabel().value());
   if (fits && valid) {
     st.state = Vosh::Qel::mplsHwRouteStateProgrammed;
     programmed_.insert(key);
     status->mplsRouteSyncMapIs(key, Vosh::Qel::MplsRouteSyncMap{key, {}});
   } else {
     st.state = Vosh::Qel::mplsHwRouteStateUnprogrammed;
-    st.reason = fits ? Vosh::Qel::mplsHwUnprogReasonInvalidFecId
-                     : Vosh::Qel::mplsHwUnprogReasonRouteFull;
+    st.reason =
+        fits ? Vosh::Qel::mplsHwUnprogReasonInvalidFecId : Vosh::Qel::mplsHwUnprogReasonRouteFull;
     st.resourceFlag = fits ? 0 : 1;
     programmed_.erase(key);
     status->mplsRouteSyncMapDel(key);
@@ -72,6 +78,30 @@ void TestDriver::answerL2Adjacency(uint64_t id) {
   st.version = cfg.version();
   st.state = Vosh::Qel::mplsHwL2AdjStateProgrammed;
   status->l2AdjacencyIs(st);
+}
+
+void NonStopCore::reviewL3Adj(Qel::L3AdjIndex, Qel::L3Adjacency* adjacency) {
+  adjacency->unprogrammedIs(false);
+  adjacency->unprogrammedReasonIs(Qel::UnprogrammedReason::unprogrammedReasonNone);
+  scheduleRouteKeyForPublish(adjacency);
+}
+
+bool NonStopCore::reviewRouteKey(const Mpls::RouteKey& routeKey, Qel::MplsRoute* route) {
+  Vosh::Qel::MplsHwRouteConfig config;
+  config.routeKey = routeKey;
+  config.labelAction = Bexo::mplsActionSwap;
+  config.payloadType = Mpls::PayloadType::payloadMpls;
+  config.hwFecIdIs(route->l3AdjIndex());
+  // A record identical to what the previous run left would not reach the
+  // driver, and the route would wait for an answer that never comes.
+  uint8_t previousVersion = mplsHwCollectionConfig()->mplsHwRoute(routeKey).version;
+  route->versionInc();
+  if (static_cast<uint8_t>(route->version()) == previousVersion) route->versionInc();
+  config.version = static_cast<uint8_t>(route->version());
+  mplsHwCollectionConfig()->mplsHwRouteIs(config);
+  route->awaitingHwIs(true);
+  mplsState()->routeKeyForPublishIs(routeKey);
+  return false;
 }
 
 SwitchFixture::SwitchFixture()
@@ -97,17 +127,23 @@ SwitchFixture::SwitchFixture()
   localLfibInfo = Kiv::make<Mpls::LocalLfibInfo>("localLfibInfo");
   attrLog = Kiv::make<Plin::AttrLogSm>();
   helper = Kiv::make<QelHelper::MplsSmHelper>("testHelper");
+  hwConfig = Qel::mplsHwConfigFactory("mplsHwConfig");
+  hwStatus = Qel::mplsHwStatusFactory("mplsHwStatus");
 }
 
 SwitchFixture::~SwitchFixture() {
   root = nullptr;
   Vosh::EntityManager::removeAll(prefix);
+  if (!toggleDir.empty()) {
+    std::filesystem::remove_all(toggleDir);
+    unsetenv("QELMPLS_TOGGLE_DIR");
+    Qel::featureTogglesReset();
+  }
 }
 
 void SwitchFixture::startAgent() {
   root = Qel::mplsRootSmFactory(modeConfig, helper, korba, attrLog, &scheduler, localLfibInfo,
-                                Qel::mplsHwConfigFactory("mplsHwConfig"),
-                                Qel::mplsHwStatusFactory("mplsHwStatus"), agentShm);
+                                hwConfig, hwStatus, agentShm);
   modeConfig->adjacencyProgrammerIs(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect);
   settle();
   ASSERT_TRUE(root->mplsSm());
@@ -117,6 +153,55 @@ void SwitchFixture::startAgent() {
 
 void SwitchFixture::stopAgent() { root = nullptr; }
 
+void SwitchFixture::runReviewPasses(uint64_t passes) {
+  uint64_t target = sm()->reviewCount() + passes;
+  for (int step = 0; step < 100000 && sm()->reviewCount() < target; ++step) {
+    scheduler.advance(0.0001);
+  }
+  ASSERT_EQ(sm()->reviewCount(), target) << "review passes ran closer together than one step";
+}
+
+Qel::MplsBaseSm::Inputs SwitchFixture::coreInputs() {
+  Qel::MplsBaseSm::Inputs in;
+  in.mplsHwSingletonConfig = root->mplsHwSingletonConfig();
+  in.mplsHwSingletonStatus = root->mplsHwSingletonStatus();
+  in.mplsHwCollectionConfig = root->mplsHwCollectionConfig();
+  in.mplsHwCollectionStatus = root->mplsHwCollectionStatus();
+  in.lfibInfo = root->lfibInfo();
+  in.localLfibInfo = localLfibInfo;
+  in.mplsRoutingInfo = root->mplsRoutingInfo();
+  in.transitLfib = root->transitLfib();
+  in.lfibHwStatus = root->lfibHwStatus();
+  in.routingHwRouteStatus = root->routingHwRouteStatus();
+  in.routingHwMplsStatus = root->routingHwMplsStatus();
+  in.mplsHwConfig = hwConfig;
+  in.mplsHwStatus = hwStatus;
+  in.arpVosh = root->arpVosh();
+  in.proactiveArpNhSm = root->proactiveArpNhSm();
+  in.bridgingStatus = root->bridgingStatus();
+  in.l3IntfTable = root->l3IntfTable();
+  in.inputStatusSummary = root->inputStatusSummary();
+  in.l3AdjSyncStatusExt = root->l3AdjSyncStatusExt();
+  in.hwFecIdRequest = root->hwFecIdRequest();
+  in.mplsSmHelper = helper;
+  in.attrLogSm = attrLog;
+  in.clock = scheduler.clock();
+  in.taskScheduler = &scheduler;
+  return in;
+}
+
+void SwitchFixture::featureToggleIs(const std::string& file, const std::string& toggle,
+                                    bool value) {
+  if (toggleDir.empty()) {
+    toggleDir = (std::filesystem::temp_directory_path() / (prefix + "-toggles")).string();
+    std::filesystem::create_directories(toggleDir);
+    setenv("QELMPLS_TOGGLE_DIR", toggleDir.c_str(), 1);
+  }
+  std::ofstream(toggleDir + "/" + file)
+      << "{\"" << toggle << "\": " << (value ? "true" : "false") << "}\n";
+  Qel::featureTogglesReset();
+}
+
 void SwitchFixture::interfaceIs(const std::string& name, uint16_t vlan, bool routedPort,
                                 bool hwSupported) {
   auto table = korba->entityAs<QelL3Intf::Table>("qel/l3IntfTable");
@@ -124,7 +209,8 @@ void SwitchFixture::interfaceIs(const std::string& name, uint16_t vlan, bool rou
     table = Kiv::make<QelL3Intf::Table>("qel/l3IntfTable");
     korba->entityIs("qel/l3IntfTable", QelL3Intf::Table::kTypeName, table);
   }
-  table->intfIdToL3IdIs(Bexo::IntfId::fromString(name), QelL3Intf::L3Id{vlan, hwSupported, routedPort});
+  table->intfIdToL3IdIs(Bexo::IntfId::fromString(name),
+                        QelL3Intf::L3Id{vlan, hwSupported, routedPort});
 }
 
 void SwitchFixture::arpIs(const std::string& ip, const std::string& intf, const std::string& mac) {
@@ -133,7 +219,8 @@ void SwitchFixture::arpIs(const std::string& ip, const std::string& intf, const 
 }
 
 void SwitchFixture::arpDel(const std::string& ip, const std::string& intf) {
-  arp->arpEntryDel(Arp::Table::ArpKey(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf)));
+  arp->arpEntryDel(
+      Arp::Table::ArpKey(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf)));
 }
 
 void SwitchFixture::fdbIs(uint16_t vlan, const std::string& mac, const std::string& port) {
@@ -171,11 +258,13 @@ void SwitchFixture::externalFecViaSetIs(uint32_t id) {
   lfib->viaSetIs(set);
 }
 
-void SwitchFixture::routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type) {
+void SwitchFixture::routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type,
+                            uint8_t flags) {
   Mpls::LfibRoute route;
   route.routeKey = Mpls::RouteKey(Bexo::MplsLabel(label));
   route.viaSetKey = Mpls::LfibViaSetKey(type, viaSet);
   route.viaType = type;
+  route.flags = flags;
   lfib->routeIs(route);
 }
 
@@ -185,6 +274,46 @@ void SwitchFixture::routeDel(uint32_t label) {
 
 void SwitchFixture::mplsRoutingIs(bool on) {
   korba->entityAs<Mpls::RoutingInfo>("routing/mpls/routingInfo/status")->mplsRoutingIs(on);
+}
+
+void SwitchFixture::routeSyncMapReadyIs(bool ready) {
+  std::string path = korba->cellPath("hardware/qel/mplsHwSingletonStatus");
+  auto status = korba->entityAs<Qel::MplsHwSingletonStatus>(path);
+  if (!status) {
+    status = Kiv::make<Qel::MplsHwSingletonStatus>(path);
+    korba->entityIs(path, Qel::MplsHwSingletonStatus::kTypeName, status);
+  }
+  status->routeSyncMapReadyIs(ready);
+}
+
+void SwitchFixture::transitLfibQuiescedIs(bool quiesced) {
+  const std::string path = "routing/mpls/lfibInfo";
+  auto info = korba->entityAs<Mpls::LfibInfo>(path);
+  if (!info) {
+    info = Kiv::make<Mpls::LfibInfo>(path);
+    korba->entityIs(path, Mpls::LfibInfo::kTypeName, info);
+  }
+  info->transitLfibQuiescedIs(quiesced);
+}
+
+void SwitchFixture::expectNoRouteResourcesLeft() const {
+  const Qel::MplsState* s = state();
+  EXPECT_EQ(s->routes(), 0u);
+  EXPECT_EQ(s->l3Adjacencys(), 0u);
+  EXPECT_EQ(s->l2Adjacencys(), 0u);
+  EXPECT_EQ(s->mplsNextHops(), 0u);
+  EXPECT_EQ(s->fdbToL3AdjIdxs(), 0u);
+  EXPECT_EQ(s->lFibViaSetToL3Adjs(), 0u);
+  EXPECT_EQ(s->l2AdjPendingForDeletes(), 0u);
+  EXPECT_EQ(s->unprogrammedRoutes(), 0u);
+  EXPECT_EQ(sm()->viaSetToHwL2Adjs(), 0u);
+  EXPECT_EQ(hwRoutes(), 0u);
+  EXPECT_EQ(hwL2Adjacencies(), 0u);
+  EXPECT_EQ(root->proactiveArpNexthop()->requests(), 0u);
+  EXPECT_EQ(root->routingHwMplsStatus()->routes(), 0u);
+  EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), 0u);
+  EXPECT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), 0u);
+  EXPECT_EQ(root->lfibHwStatus()->viaSets(), 0u);
 }
 
 Vosh::Qel::MplsHwRouteConfig SwitchFixture::hwRoute(uint32_t label) const {

@@ -3,22 +3,26 @@
 // A switch built in stages for the library's tests: the platform side
 // (LFIB, ARP, MAC table and interface producers, and a driver that answers
 // the hardware tables) around a root state machine in the direct mode, all on
-// one virtual-time scheduler.
+// one virtual-time scheduler. The root's core can be replaced by another one
+// built over the same mounted inputs, which is what an agent restart looks
+// like from the hardware's side.
 
 #include <gtest/gtest.h>
 
 #include <map>
 #include <string>
 
-#include "QelMpls/QelMplsRootSm.h"
 #include "Qel/FeatureToggle.h"
+#include "QelMpls/QelMplsRootSm.h"
 #include "korba/EntityManager.h"
 #include "vosh/EntityManager.h"
 
 namespace QelTest {
 
 // Answers the hardware tables the way a driver does: every route record and
-// layer-2 record gets a status carrying the version it answered.
+// layer-2 record gets a status carrying the version it answered. A route
+// record is valid when it points at a layer-2 record that exists or at a
+// hardware FEC.
 class TestDriver {
  public:
   TestDriver(Vosh::EntityManager& platform, Vosh::EntityManager& reader);
@@ -41,6 +45,20 @@ class TestDriver {
   Kiv::Connection l2Connection_;
 };
 
+// A core for a platform whose hardware keeps forwarding across an agent
+// restart. It points each route at a hardware FEC named after the route's
+// layer-3 adjacency and writes no layer-2 records, as a FEC-based platform
+// does, so what a test sees of start-up and recovery is the core's own.
+class NonStopCore : public Qel::MplsBaseSm {
+ public:
+  using Qel::MplsBaseSm::MplsBaseSm;
+  bool forwardingIntoExternalFecsSupported() const override { return true; }
+  bool mplsNonStopForwardingSupported() const override { return true; }
+  void handleInitializedSubClass() override { handleInputStatusSummaryReady(); }
+  void reviewL3Adj(Qel::L3AdjIndex index, Qel::L3Adjacency* adjacency) override;
+  bool reviewRouteKey(const Mpls::RouteKey& routeKey, Qel::MplsRoute* route) override;
+};
+
 class SwitchFixture : public ::testing::Test {
  protected:
   SwitchFixture();
@@ -52,6 +70,30 @@ class SwitchFixture : public ::testing::Test {
   // Lets every reaction, review pass and driver answer due in the next half second run.
   void settle() { scheduler.advance(0.5); }
   void advance(double seconds) { scheduler.advance(seconds); }
+  // Steps the clock until the core has run exactly `passes` more review
+  // passes, so that the state between two passes can be looked at.
+  void runReviewPasses(uint64_t passes);
+
+  // The inputs the root builds its core with.
+  Qel::MplsBaseSm::Inputs coreInputs();
+  // Drops the root's core and builds a new one over the same mounted inputs.
+  template <class Core>
+  Core* restartCore(const Qel::MplsBaseSm::Inputs& inputs) {
+    root->mplsSmIs(nullptr);
+    auto core = Kiv::make<Core>("mplsSm", inputs);
+    root->mplsSmIs(core);
+    core->handleInitialized();
+    return core.get();
+  }
+  template <class Core>
+  Core* restartCore() {
+    return restartCore<Core>(coreInputs());
+  }
+  void stopCore() { root->mplsSmIs(nullptr); }
+
+  // Writes a toggle file in a directory of this test's own and makes the
+  // process read toggles from there.
+  void featureToggleIs(const std::string& file, const std::string& toggle, bool value);
 
   // Inputs.
   void interfaceIs(const std::string& name, uint16_t vlan, bool routedPort = true,
@@ -60,12 +102,19 @@ class SwitchFixture : public ::testing::Test {
   void arpDel(const std::string& ip, const std::string& intf);
   void fdbIs(uint16_t vlan, const std::string& mac, const std::string& port);
   // A via set of MPLS-over-IP vias: "nexthop intf label" each.
-  void mplsViaSetIs(uint32_t id, const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias);
+  void mplsViaSetIs(uint32_t id,
+                    const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias);
   void viaSetDel(uint32_t id, Mpls::LfibViaType type = Mpls::viaTypeMplsIp);
   void externalFecViaSetIs(uint32_t id);
-  void routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type = Mpls::viaTypeMplsIp);
+  void routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type = Mpls::viaTypeMplsIp,
+               uint8_t flags = 0);
   void routeDel(uint32_t label);
   void mplsRoutingIs(bool on);
+  // Start-up signals: the driver has written its route sync map, the system
+  // LFIB is ready, the transit LFIB's writer has written everything.
+  void routeSyncMapReadyIs(bool ready);
+  void systemLfibReadyIs(bool ready) { localLfibInfo->systemLfibReadyIs(ready); }
+  void transitLfibQuiescedIs(bool quiesced);
 
   // Outputs.
   Qel::MplsBaseSm* sm() const { return root->mplsSm().get(); }
@@ -76,12 +125,16 @@ class SwitchFixture : public ::testing::Test {
   size_t hwL2Adjacencies() const { return driver.config->l2Adjacencys(); }
   Mpls::Hardware::RouteInfo published(uint32_t label) const;
   bool isPublished(uint32_t label) const;
+  Qel::MplsSmStartupStatus stage() const { return sm()->mplsSmStartupStatus(); }
+  static Mpls::RouteKey key(uint32_t label) { return Mpls::RouteKey(Bexo::MplsLabel(label)); }
+  // Checks that nothing a route needed is left behind once no route is left.
+  void expectNoRouteResourcesLeft() const;
 
   std::string prefix;
   Plin::TaskScheduler scheduler;
   Kiv::Ptr<Korba::EntityManager> korba;
-  Kiv::Ptr<Vosh::EntityManager> platform;   // the producers' and driver's view
-  Kiv::Ptr<Vosh::EntityManager> agentShm;   // the agent's view
+  Kiv::Ptr<Vosh::EntityManager> platform;  // the producers' and driver's view
+  Kiv::Ptr<Vosh::EntityManager> agentShm;  // the agent's view
   Kiv::Ptr<Mpls::LfibStatus> lfib;
   Kiv::Ptr<Arp::Table::Status> arp;
   Kiv::Ptr<Vosh::Bridging::Status> fdb;
@@ -89,9 +142,13 @@ class SwitchFixture : public ::testing::Test {
   Kiv::Ptr<Mpls::LocalLfibInfo> localLfibInfo;
   Kiv::Ptr<Plin::AttrLogSm> attrLog;
   Kiv::Ptr<QelHelper::MplsSmHelper> helper;
+  // The agent's state-database hardware singletons: they outlive its cores.
+  Kiv::Ptr<Qel::MplsHwConfig> hwConfig;
+  Kiv::Ptr<Qel::MplsHwStatus> hwStatus;
   Kiv::Ptr<Qel::MplsRootSm> root;
   TestDriver driver;
   uint32_t nextViaIndex = 1;
+  std::string toggleDir;
 };
 
 }  // namespace QelTest
