@@ -106,6 +106,11 @@ class MplsBaseSm::Reactors : public Kiv::Reactor {
     on(in.mplsHwStatus->onMplsRouting,
        [sm] { sm->handleHwRoutingEnabled(sm->in_.mplsHwStatus->mplsRouting()); });
     on(in.inputStatusSummary->onStatus, [sm] { sm->handleInputStatusSummaryReady(); });
+    // The LFIB may quiesce after its last route was reviewed: nothing else
+    // would let the start-up move on before the sync time-out.
+    if (in.lfibInfo) {
+      on(in.lfibInfo->onTransitLfibQuiesced, [sm] { sm->maybeTransitionToWaitingForSync(); });
+    }
     if (in.l3AdjSyncStatusExt) {
       on(in.l3AdjSyncStatusExt->onAdjSyncDone, [sm] { sm->handleSyncDone(); });
     }
@@ -184,6 +189,9 @@ void MplsBaseSm::handleInputStatusSummaryReady() {
     syncMapTask_->scheduleAfter(timeoutSyncMapDelay);
     return;
   }
+  // The summary can report the sync map before the re-check is due; the
+  // re-check must not then run the stages a second time.
+  syncMapTask_->cancel();
   switch (inputStatusSummary()->status()) {
     case MplsSmInputStatus::mplsSmInputNotReady:
       KIV_ASSERT_TEXT(mplsHwCollectionConfig()->l2Adjacencys() == 0,
