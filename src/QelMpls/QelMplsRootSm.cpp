@@ -13,28 +13,42 @@ constexpr int kTraceRoot = 2;
 // when this toggle is on; this library then only reads them.
 bool qelL3AgentMpls() { return featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"); }
 
+// `cellPath`: the path lives under the switch's own cell. A "c" mode has the
+// state database resolve it; the adjacency sync status is a cell path mounted
+// with plain "r", so the root resolves that one itself.
 struct KorbaMount {
   const char* path;
   const char* typeName;
   const char* mode;
+  bool cellPath;
 };
 
 constexpr KorbaMount kKorbaCommon[] = {
-    {"hardware/qel/mplsHwSingletonConfig", MplsHwSingletonConfig::kTypeName, "wc"},
-    {"hardware/qel/mplsHwSingletonStatus", MplsHwSingletonStatus::kTypeName, "rc"},
-    {"routing/mpls/lfibInfo", Mpls::LfibInfo::kTypeName, "rS"},
-    {"routing/mpls/routingInfo/status", Mpls::RoutingInfo::kTypeName, "r"},
-    {"routing/hardware/mpls/status", Mpls::Hardware::Status::kTypeName, "wS"},
-    {"qel/l3IntfTable", QelL3Intf::Table::kTypeName, "r"},
-    {"routing/hardware/route/status", Routing::Hardware::RouteStatus::kTypeName, "r"},
+    {"hardware/qel/mplsHwSingletonConfig", MplsHwSingletonConfig::kTypeName, "wc", true},
+    {"hardware/qel/mplsHwSingletonStatus", MplsHwSingletonStatus::kTypeName, "rc", true},
+    {"routing/mpls/lfibInfo", Mpls::LfibInfo::kTypeName, "rS", false},
+    {"routing/mpls/routingInfo/status", Mpls::RoutingInfo::kTypeName, "r", false},
+    {"routing/hardware/mpls/status", Mpls::Hardware::Status::kTypeName, "wS", false},
+    {"qel/l3IntfTable", QelL3Intf::Table::kTypeName, "r", false},
+    {"routing/hardware/route/status", Routing::Hardware::RouteStatus::kTypeName, "r", false},
 };
 
 constexpr KorbaMount kKorbaMediated[] = {
-    {"qel/sync/adjSyncStatus", QelL3AdjSyncStatusExternal::kTypeName, "r"},
+    {"qel/sync/adjSyncStatus", QelL3AdjSyncStatusExternal::kTypeName, "r", true},
     {"hardware/qel/mcastGroup/config/QelMpls/ClientConfig", Multicast::Group::Config::kTypeName,
-     "w"},
-    {"hardware/qel/mcastGroup/status", Multicast::Group::Status::kTypeName, "r"},
+     "w", false},
+    {"hardware/qel/mcastGroup/status", Multicast::Group::Status::kTypeName, "r", false},
 };
+
+void mountKorba(const Korba::EntityManager& em, Korba::MountGroup& group, const KorbaMount& m) {
+  bool resolvedByMode = std::string_view(m.mode).find('c') != std::string_view::npos;
+  group.mount(m.cellPath && !resolvedByMode ? em.cellPath(m.path) : m.path, m.typeName, m.mode);
+}
+
+template <class T>
+Kiv::Ptr<T> mountedEntity(const Korba::EntityManager& em, const KorbaMount& m) {
+  return em.entityAs<T>(m.cellPath ? em.cellPath(m.path) : m.path);
+}
 
 // A path stays mounted when the state machines are rebuilt over it.
 void ensureWriter(Vosh::EntityManager& em, const char* path,
@@ -147,11 +161,11 @@ void MplsRootSm::startMounting() {
 }
 
 void MplsRootSm::mountKorbaCommon(Korba::MountGroup& group) {
-  for (const KorbaMount& m : kKorbaCommon) group.mount(m.path, m.typeName, m.mode);
+  for (const KorbaMount& m : kKorbaCommon) mountKorba(*entityManager_, group, m);
 }
 
 void MplsRootSm::mountKorbaMediated(Korba::MountGroup& group) {
-  for (const KorbaMount& m : kKorbaMediated) group.mount(m.path, m.typeName, m.mode);
+  for (const KorbaMount& m : kKorbaMediated) mountKorba(*entityManager_, group, m);
 }
 
 void MplsRootSm::mountsComplete() {
@@ -174,25 +188,22 @@ void MplsRootSm::createLocalEntities() {
   mcastHwStatus_ = Kiv::make<McastHwStatus>("qelMcastHwStatus");
 }
 
-template <class T>
-Kiv::Ptr<T> MplsRootSm::korbaEntity(const std::string& path, bool cellPath) const {
-  return entityManager_->entityAs<T>(cellPath ? entityManager_->cellPath(path) : path);
-}
-
 void MplsRootSm::getKorbaEntitiesCommon() {
-  hwSingletonConfig_ = korbaEntity<MplsHwSingletonConfig>(kKorbaCommon[0].path, true);
-  hwSingletonStatus_ = korbaEntity<MplsHwSingletonStatus>(kKorbaCommon[1].path, true);
-  lfibInfo_ = korbaEntity<Mpls::LfibInfo>(kKorbaCommon[2].path, false);
-  mplsRoutingInfo_ = korbaEntity<Mpls::RoutingInfo>(kKorbaCommon[3].path, false);
-  routingHwMplsStatus_ = korbaEntity<Mpls::Hardware::Status>(kKorbaCommon[4].path, false);
-  l3IntfTable_ = korbaEntity<QelL3Intf::Table>(kKorbaCommon[5].path, false);
-  routingHwRouteStatus_ = korbaEntity<Routing::Hardware::RouteStatus>(kKorbaCommon[6].path, false);
+  const Korba::EntityManager& em = *entityManager_;
+  hwSingletonConfig_ = mountedEntity<MplsHwSingletonConfig>(em, kKorbaCommon[0]);
+  hwSingletonStatus_ = mountedEntity<MplsHwSingletonStatus>(em, kKorbaCommon[1]);
+  lfibInfo_ = mountedEntity<Mpls::LfibInfo>(em, kKorbaCommon[2]);
+  mplsRoutingInfo_ = mountedEntity<Mpls::RoutingInfo>(em, kKorbaCommon[3]);
+  routingHwMplsStatus_ = mountedEntity<Mpls::Hardware::Status>(em, kKorbaCommon[4]);
+  l3IntfTable_ = mountedEntity<QelL3Intf::Table>(em, kKorbaCommon[5]);
+  routingHwRouteStatus_ = mountedEntity<Routing::Hardware::RouteStatus>(em, kKorbaCommon[6]);
 }
 
 void MplsRootSm::getKorbaEntitiesMediated() {
-  l3AdjSyncStatusExt_ = korbaEntity<QelL3AdjSyncStatusExternal>(kKorbaMediated[0].path, true);
-  mcastConfig_ = korbaEntity<Multicast::Group::Config>(kKorbaMediated[1].path, false);
-  mcastStatus_ = korbaEntity<Multicast::Group::Status>(kKorbaMediated[2].path, false);
+  const Korba::EntityManager& em = *entityManager_;
+  l3AdjSyncStatusExt_ = mountedEntity<QelL3AdjSyncStatusExternal>(em, kKorbaMediated[0]);
+  mcastConfig_ = mountedEntity<Multicast::Group::Config>(em, kKorbaMediated[1]);
+  mcastStatus_ = mountedEntity<Multicast::Group::Status>(em, kKorbaMediated[2]);
 }
 
 void MplsRootSm::mountVoshCommon() {

@@ -149,8 +149,6 @@ class MplsRootSm : public Kiv::Entity {
 
  private:
   class KivMplsProgrammingModeConfig;
-  template <class T>
-  Kiv::Ptr<T> korbaEntity(const std::string& path, bool cellPath) const;
 
   Kiv::Ptr<const MplsProgrammingModeConfig> mplsProgrammingModeConfig_;
   Kiv::Ptr<QelHelper::MplsSmHelper> mplsSmHelper_;
