@@ -8,8 +8,8 @@ using Mpls::Hardware::L2Via;
 using Mpls::Hardware::L2ViaSet;
 
 L2Via viaTo(const char* nextHop, uint32_t label, const char* intf = "Ethernet1") {
-  return L2Via(Bexo::IntfId::fromString(intf), Bexo::EthAddr::fromString("00:00:5e:00:53:01"),
-               1006, Bexo::MplsLabel(label), 1, Bexo::IpGenAddr::fromString(nextHop));
+  return L2Via(Bexo::IntfId::fromString(intf), Bexo::EthAddr::fromString("00:00:5e:00:53:01"), 1006,
+               Bexo::MplsLabel(label), 1, Bexo::IpGenAddr::fromString(nextHop));
 }
 
 TEST(L2Via, givesBackTheNextHopItWasResolvedFrom) {

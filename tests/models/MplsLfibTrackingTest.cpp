@@ -50,7 +50,8 @@ class LfibTracking : public ModelsTest::ShmFixture {
   }
   void viaSetIs(const LfibViaSetKey& setKey, std::vector<uint32_t> vias) {
     Mpls::LfibViaSet set(setKey);
-    for (uint32_t i = 0; i < vias.size(); ++i) set.viaKeyIs(Mpls::LfibViaIndexRange(i), via(vias[i]));
+    for (uint32_t i = 0; i < vias.size(); ++i)
+      set.viaKeyIs(Mpls::LfibViaIndexRange(i), via(vias[i]));
     producer->viaSetIs(set);
   }
   void routeIs(uint32_t label, const LfibViaSetKey& setKey, uint8_t flags = 0) {

@@ -12,8 +12,8 @@ class ProactiveArpNexthop : public ModelsTest::ShmFixture {
  protected:
   ProactiveArpNexthop() {
     writerShm->mountWriter(kPath, Arp::ProactiveArp::ClientConfig::collections());
-    sm = Qel::ProactiveArpNexthopSmIs(
-        Kiv::make<Arp::ProactiveArp::ClientConfig>(*writerShm, kPath));
+    sm =
+        Qel::ProactiveArpNexthopSmIs(Kiv::make<Arp::ProactiveArp::ClientConfig>(*writerShm, kPath));
     readerShm->mountReader(kPath, Vosh::mountTypeReader);
     arpSide = Kiv::make<Arp::ProactiveArp::ClientConfig>(*readerShm, kPath);
   }
