@@ -24,6 +24,8 @@ void MplsRouteAndDirectAdjSm::handleInitializedSubClass() {
 
 bool MplsRouteAndDirectAdjSm::resolveL3Adj(L3Adjacency* adjacency) {
   Mpls::LfibViaSet viaSet = transitLfib()->viaSet(adjacency->viaSetKey());
+  // An absent via set reads as the empty record, which has lost its key.
+  if (!viaSet) viaSet = Mpls::LfibViaSet(adjacency->viaSetKey());
   if (adjacency->viaSetKey().viaType != Mpls::viaTypeMplsIp) {
     // External FECs (and anything else) are not programmable in this mode.
     adjacency->unprogrammedIs(true);

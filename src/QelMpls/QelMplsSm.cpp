@@ -494,10 +494,10 @@ void MplsBaseSm::handleLFibViaSet(const Mpls::LfibViaSetKey& viaSetKey) {
     return;
   }
   PELLET_TRACE(trace_, kTraceViaSet, "No L3Adj for viaSet. Scheduling all user Routes");
+  // Through route intake: a route deleted while its via set was not sane has
+  // no state left, and review alone would find nothing to program.
   if (const auto* users = lfibTrackingStatus()->viaSetKeyToRouteKeySetFind(viaSetKey)) {
-    for (const Mpls::RouteKey& key : (*users)->routeKeyColl()) {
-      mplsState()->routeKeyForReviewIs(key);
-    }
+    for (const Mpls::RouteKey& key : (*users)->routeKeyColl()) handleLFibRoute(key);
   }
   doMaybeScheduleReview();
 }
@@ -786,7 +786,7 @@ bool MplsBaseSm::validateMplsIpL3Adj(const Mpls::LfibViaSet& viaSet,
   const Mpls::LfibViaSetKey& key = viaSet.key();
   KIV_ASSERT_TEXT(key.viaType == Mpls::viaTypeMplsIp,
                   "lFibViaSetKey.viaType() == Mpls::viaTypeMplsIp_");
-  if (!viaSet) {
+  if (viaSet == Mpls::LfibViaSet(key)) {
     PELLET_TRACE(trace_, kTraceAdj, "LFib via set {}, type {} via size {} deleted", key.index,
                  key.viaType, viaSet.vias());
     return false;
