@@ -75,15 +75,14 @@ void ScenarioRunner::startAgent() {
   markChange();
 }
 
+// A restart's other changes happen while the agent is down.
 void ScenarioRunner::applyStep(const Step& step) {
+  if (step.restartAgent) sim_->agentStop();
   if (step.del) sim_->inputsDel(*step.del);
   if (step.set) sim_->inputsIs(*step.set);
   if (step.routing) sim_->routingIs(*step.routing);
   if (step.platform) sim_->driverConfigIs(*step.platform);
-  if (step.restartAgent) {
-    sim_->agentStop();
-    startAgent();
-  }
+  if (step.restartAgent) startAgent();
   markChange();
 }
 

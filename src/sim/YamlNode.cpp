@@ -72,6 +72,19 @@ YamlNode YamlNode::child(const YAML::Node& node, std::string key) const {
   return YamlNode(node, file_, std::move(key), lineOf(node, line_));
 }
 
+// A value that is a block of its own, or nothing, is reported at its key:
+// that is where a reader looks for it.
+YamlNode YamlNode::valueOf(const YAML::Node& keyNode, const YAML::Node& value,
+                           std::string key) const {
+  YamlNode out = child(value, std::move(key));
+  bool block = value && (value.IsMap() || value.IsSequence()) &&
+               value.Style() == YAML::EmitterStyle::Block;
+  if (!value || value.Mark().is_null() || value.IsNull() || block) {
+    out.line_ = lineOf(keyNode, line_);
+  }
+  return out;
+}
+
 void YamlNode::fail(std::string_view problem) const {
   throw ScenarioError(file_, line_, key_, std::string(problem));
 }
@@ -108,10 +121,7 @@ std::optional<YamlNode> YamlNode::find(std::string_view key) const {
   if (!isMap()) return std::nullopt;
   for (auto it = node_.begin(); it != node_.end(); ++it) {
     if (it->first.Scalar() == key) {
-      YamlNode value = child(it->second, joinKey(key_, key));
-      // A key with no value has no position of its own: use the key's.
-      if (!it->second || it->second.Mark().is_null()) value.line_ = lineOf(it->first, line_);
-      return value;
+      return valueOf(it->first, it->second, joinKey(key_, key));
     }
   }
   return std::nullopt;
@@ -128,8 +138,7 @@ std::vector<std::pair<std::string, YamlNode>> YamlNode::entries() const {
   if (!isMap()) expected("a map");
   for (auto it = node_.begin(); it != node_.end(); ++it) {
     std::string name = it->first.Scalar();
-    YamlNode value = child(it->second, joinKey(key_, name));
-    if (!it->second || it->second.Mark().is_null()) value.line_ = lineOf(it->first, line_);
+    YamlNode value = valueOf(it->first, it->second, joinKey(key_, name));
     out.emplace_back(std::move(name), std::move(value));
   }
   return out;

@@ -67,6 +67,7 @@ class YamlNode {
 
  private:
   YamlNode child(const YAML::Node& node, std::string key) const;
+  YamlNode valueOf(const YAML::Node& keyNode, const YAML::Node& value, std::string key) const;
 
   YAML::Node node_;
   std::string file_;
