@@ -112,31 +112,14 @@ TEST_F(DirectMode, externalFecViaSetsAreNeverProgrammed) {
   EXPECT_EQ(published(100).state, RouteState::routeStateUnprogrammed);
 }
 
-TEST_F(DirectMode, resourceFullAndNormalAreLoggedOnceEach) {
-  Qel::SysLog::instance().clear();
-  driver.routeCapacity = 1;
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  routeIs(100, 1);
-  routeIs(101, 1);
-  routeIs(102, 1);
-  settle();
-  EXPECT_EQ(state()->unprogrammedRoutes(), 2u);
-  driver.routeCapacity = 10;
-  advance(11);
-  EXPECT_EQ(state()->unprogrammedRoutes(), 0u);
-  std::vector<std::string> names;
-  for (const auto& e : Qel::SysLog::instance().entries()) names.push_back(e.name);
-  EXPECT_EQ(names, (std::vector<std::string>{"ROUTING_MPLS_RESOURCE_FULL",
-                                             "ROUTING_MPLS_RESOURCE_NORMAL"}));
-}
-
 TEST_F(DirectMode, tenThousandRoutesOverHundredViaSetsAllProgrammed) {
   for (int nh = 0; nh < 50; ++nh) {
     arpIs(fmt::format("10.1.{}.2", nh), "Ethernet1", fmt::format("00:00:5e:00:60:{:02x}", nh));
   }
   for (uint32_t vs = 1; vs <= 100; ++vs) {
-    mplsViaSetIs(vs, {{fmt::format("10.1.{}.2", vs % 50), "Ethernet1", 1000 + vs % 50},
-                      {fmt::format("10.1.{}.2", (vs + 1) % 50), "Ethernet1", 1000 + (vs + 1) % 50}});
+    mplsViaSetIs(vs,
+                 {{fmt::format("10.1.{}.2", vs % 50), "Ethernet1", 1000 + vs % 50},
+                  {fmt::format("10.1.{}.2", (vs + 1) % 50), "Ethernet1", 1000 + (vs + 1) % 50}});
   }
   for (uint32_t label = 16; label < 16 + 10000; ++label) routeIs(label, 1 + label % 100);
   settle();
@@ -148,6 +131,40 @@ TEST_F(DirectMode, tenThousandRoutesOverHundredViaSetsAllProgrammed) {
   }
   EXPECT_EQ(programmed, 10000u);
   EXPECT_EQ(hwL2Adjacencies(), 50u) << "one layer-2 record per distinct resolved via set";
+}
+
+// The legacy form: routes and layer-2 adjacencies handed to the platform
+// through the state-database hardware configuration.
+class DirectModeWithoutKivModels : public SwitchFixture {
+ protected:
+  void SetUp() override {
+    featureToggleIs("QelMpls.json", "QelMplsAgentKivModels", false);
+    interfaceIs("Ethernet1", 1006);
+    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+    startAgent();
+  }
+};
+
+TEST_F(DirectModeWithoutKivModels, routesGoToTheStateDatabaseConfigurationOnly) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  settle();
+  EXPECT_EQ(hwRoutes(), 0u);
+  EXPECT_EQ(hwL2Adjacencies(), 0u);
+  ASSERT_TRUE(hwConfig->routeHas(key(100)));
+  const Qel::MplsHwRoute& route = *hwConfig->routeFind(key(100));
+  ASSERT_TRUE(route.l2Adjacency);
+  ASSERT_EQ(route.l2Adjacency->l2ViaSet().size(), 1u);
+  EXPECT_EQ(route.l2Adjacency->l2ViaSet().l2Vias()[0].mac,
+            Bexo::EthAddr::fromString("00:00:5e:00:53:01"));
+  EXPECT_TRUE(hwConfig->l2AdjacencyHas(route.l2Adjacency));
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+
+  routeDel(100);
+  settle();
+  EXPECT_EQ(hwConfig->routes(), 0u);
+  EXPECT_EQ(hwConfig->l2Adjacencys(), 0u);
+  expectNoRouteResourcesLeft();
 }
 
 }  // namespace

@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include "SwitchFixture.h"
+
+namespace QelTest {
+namespace {
+
+using Mpls::Hardware::RouteState;
+
+class L3Adjacencies : public SwitchFixture {
+ protected:
+  void SetUp() override {
+    interfaceIs("Ethernet1", 1006);
+    interfaceIs("Ethernet2", 1007);
+    interfaceIs("Vlan100", 100, false);
+    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+    arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
+    arpIs("10.0.2.2", "Vlan100", "00:00:5e:00:53:03");
+    fdbIs(100, "00:00:5e:00:53:03", "Ethernet3");
+    startAgent();
+  }
+
+  size_t proactiveRequests() const { return root->proactiveArpNexthop()->requests(); }
+};
+
+TEST_F(L3Adjacencies, routesOfOneViaSetKeyShareOneAdjacencyAndKeysNeverShare) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  routeIs(101, 1);
+  routeIs(102, 2);
+  settle();
+  EXPECT_EQ(state()->l3Adjacencys(), 2u);
+  EXPECT_EQ(published(100).adjacencyIndex, published(101).adjacencyIndex);
+  EXPECT_NE(published(100).adjacencyIndex, published(102).adjacencyIndex);
+  EXPECT_EQ(published(102).state, RouteState::routeStateProgrammed);
+}
+
+TEST_F(L3Adjacencies, aRouteMovedToAnotherViaSetLeavesItsOldAdjacencyBehind) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.1.2", "Ethernet2", 300}});
+  routeIs(100, 1);
+  routeIs(101, 2);
+  settle();
+  uint64_t oldAdjacency = published(100).adjacencyIndex;
+
+  routeIs(100, 2);
+  settle();
+  EXPECT_EQ(published(100).adjacencyIndex, published(101).adjacencyIndex);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
+  EXPECT_FALSE(state()->l3AdjacencyHas(oldAdjacency));
+  EXPECT_EQ(state()->l3Adjacencys(), 1u);
+  EXPECT_EQ(hwL2Adjacencies(), 1u);
+  EXPECT_EQ(state()->mplsNextHops(), 1u);
+  EXPECT_EQ(proactiveRequests(), 1u);
+}
+
+TEST_F(L3Adjacencies, aNextHopStaysWhileAnotherAdjacencyUsesIt) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.2.2", "Vlan100", 210}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 201}, {"10.0.1.2", "Ethernet2", 300}});
+  routeIs(100, 1);
+  routeIs(101, 2);
+  settle();
+  ASSERT_EQ(state()->mplsNextHops(), 3u);
+  ASSERT_EQ(proactiveRequests(), 3u);
+  ASSERT_EQ(state()->fdbToL3AdjIdxs(), 1u);
+  uint64_t firstAdjacency = published(100).adjacencyIndex;
+
+  routeDel(100);
+  settle();
+  EXPECT_FALSE(state()->l3AdjacencyHas(firstAdjacency));
+  EXPECT_EQ(state()->mplsNextHops(), 2u) << "10.0.0.2 is still used by the other adjacency";
+  EXPECT_EQ(proactiveRequests(), 2u);
+  EXPECT_EQ(state()->fdbToL3AdjIdxs(), 0u);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
+
+  routeDel(101);
+  settle();
+  expectNoRouteResourcesLeft();
+}
+
+TEST_F(L3Adjacencies, theFirstAdjacencyGetsIndexOneAndIndexesAreNeverReused) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.1.2", "Ethernet2", 300}});
+  routeIs(100, 1);
+  settle();
+  EXPECT_EQ(published(100).adjacencyIndex, 1u);
+  EXPECT_EQ(hwRoute(100).l2AdjId(), 2u) << "layer-2 indexes come from the same counter";
+
+  routeDel(100);
+  settle();
+  routeIs(101, 1);
+  settle();
+  EXPECT_EQ(published(101).adjacencyIndex, 3u);
+  EXPECT_EQ(hwRoute(101).l2AdjId(), 4u);
+
+  routeIs(102, 2);
+  settle();
+  EXPECT_EQ(published(102).adjacencyIndex, 5u);
+}
+
+}  // namespace
+}  // namespace QelTest
