@@ -41,7 +41,9 @@ class HwDriver {
  public:
   static constexpr const char* kRouteConfigPath = "hardware/qel/mplsHwRouteConfig";
   static constexpr const char* kRouteStatusPath = "hardware/qel/mplsHwRouteStatus";
-  static constexpr Plin::TaskPriority kTaskPriority = 3;
+  // As urgent as the tables' own delivery: a driver has a processor of its own and
+  // does not wait for the agent's work to run out.
+  static constexpr Plin::TaskPriority kTaskPriority = 1;
 
   struct Counters {
     uint64_t routeAnswers = 0;

@@ -166,10 +166,10 @@ Report reportOf(const HwTables& tables) {
   return report;
 }
 
-Report reportOf(const SimSwitch& sim) {
+Report reportOf(const SimSwitch& sim, double endTime) {
   HwTables tables(sim.prefix(), sim.scheduler());
   Report report;
-  report.endTime = sim.scheduler()->now();
+  report.endTime = endTime;
   auto published = sim.korba().entityAs<Mpls::Hardware::Status>(kHwMplsStatusPath);
   std::vector<Mpls::RouteKey> keys = tableKeys(tables);
   if (published) {

@@ -69,8 +69,9 @@ struct Report {
   std::vector<std::pair<std::string, uint64_t>> counters;
 };
 
-// The final state of a simulation, with the library's published view.
-Report reportOf(const SimSwitch& sim);
+// The final state of a simulation, with the library's published view;
+// `endTime` is the time the run took.
+Report reportOf(const SimSwitch& sim, double endTime);
 // What the shared-memory tables of a prefix hold.
 Report reportOf(const HwTables& tables);
 

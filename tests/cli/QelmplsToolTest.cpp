@@ -1,0 +1,100 @@
+// The qelmpls tool as a user runs it: exit statuses, error messages, JSON
+// output and reading a kept run's tables from another process.
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "Subprocess.h"
+#include "vosh/EntityManager.h"
+
+namespace Cli::Test {
+namespace {
+
+const std::string kScenarios = QELMPLS_SCENARIOS;
+const std::string kExamples = QELMPLS_EXAMPLES;
+
+class QelmplsToolTest : public ::testing::Test {
+ protected:
+  std::string base() const {
+    return ::testing::TempDir() + "qelmpls-" +
+           ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  }
+  int run(const std::vector<std::string>& args) {
+    return Subprocess::run(args, base(), &out_, &err_);
+  }
+  std::string out_;
+  std::string err_;
+};
+
+TEST_F(QelmplsToolTest, RefusesAnUnknownKeyWithItsFileAndLine) {
+  EXPECT_EQ(run({"run", kScenarios + "/unknown-key.yaml"}), 2);
+  EXPECT_NE(err_.find("unknown-key.yaml:9: routes[1].colour: unknown key"), std::string::npos)
+      << err_;
+}
+
+TEST_F(QelmplsToolTest, RefusesABadAddressWithItsFileAndLine) {
+  EXPECT_EQ(run({"run", kScenarios + "/bad-address.yaml"}), 2);
+  EXPECT_NE(err_.find("bad-address.yaml:5: arp[1].ip: expected an IPv4 or IPv6 address (found "
+                      "'10.0.0.256')"),
+            std::string::npos)
+      << err_;
+}
+
+TEST_F(QelmplsToolTest, RefusesAMissingViaSetWithItsFileAndLine) {
+  EXPECT_EQ(run({"run", kScenarios + "/missing-via-set.yaml"}), 2);
+  EXPECT_NE(err_.find("missing-via-set.yaml:9: steps[0].set.routes[0].viaSet: expected the id of "
+                      "a via set"),
+            std::string::npos)
+      << err_;
+}
+
+TEST_F(QelmplsToolTest, RefusesTheMediatedModeAsNotSupportedYet) {
+  EXPECT_EQ(run({"run", kExamples + "/basic.yaml", "--mode", "mediated"}), 2);
+  EXPECT_NE(err_.find("mediated mode is not supported yet"), std::string::npos) << err_;
+}
+
+TEST_F(QelmplsToolTest, ExitsOneNamingEveryExpectationThatFails) {
+  EXPECT_EQ(run({"run", kScenarios + "/wrong-expectation.yaml", "--check"}), 1);
+  EXPECT_NE(err_.find(":13: routes.programmed: expected 5, found 1"), std::string::npos) << err_;
+  EXPECT_NE(err_.find(":15: routes.\"101\": expected present, found absent"), std::string::npos)
+      << err_;
+  EXPECT_EQ(err_.find("routes.\"100\""), std::string::npos) << err_;
+}
+
+TEST_F(QelmplsToolTest, WritesTheFinalStateAsJson) {
+  const std::string json = base() + ".json";
+  ASSERT_EQ(run({"run", kExamples + "/basic.yaml", "--json", json}), 0) << err_;
+  std::ifstream in(json);
+  nlohmann::json state = nlohmann::json::parse(in);
+  ASSERT_EQ(state["routes"].size(), 7u);
+  for (const auto& route : state["routes"]) EXPECT_EQ(route["state"], "programmed");
+  EXPECT_EQ(state["routes"][0]["label"], 100);
+  EXPECT_EQ(state["routes"][0]["adjacencyIdType"], "adjIdTypeL2Adjacency");
+  EXPECT_EQ(state["routes"][0]["vias"][0]["mac"], "00:00:5e:00:53:01");
+  EXPECT_EQ(state["l2Adjacencies"].size(), 3u);
+  EXPECT_EQ(state["startup"]["stage"], "mplsSmNormal");
+  EXPECT_TRUE(state["decap"].is_array());
+  std::remove(json.c_str());
+}
+
+TEST_F(QelmplsToolTest, ShowsWhatAKeptRunLeftUntilItIsCleanedAway) {
+  const std::string prefix = Vosh::EntityManager::defaultPrefix() + "-show";
+  ASSERT_EQ(run({"run", kExamples + "/basic.yaml", "--prefix", prefix, "--keep"}), 0) << err_;
+  ASSERT_EQ(run({"show", "routes", "--prefix", prefix}), 0) << err_;
+  EXPECT_NE(out_.find("300    0       programmed"), std::string::npos) << out_;
+  ASSERT_EQ(run({"show", "l2", "--prefix", prefix}), 0) << err_;
+  EXPECT_NE(out_.find("Ethernet3 00:00:5e:00:53:03 vlan 100 label 400"), std::string::npos) << out_;
+  ASSERT_EQ(run({"show", "status", "--prefix", prefix}), 0) << err_;
+  EXPECT_NE(out_.find("7 programmed"), std::string::npos) << out_;
+  ASSERT_EQ(run({"clean", "--prefix", prefix}), 0);
+  EXPECT_EQ(run({"show", "status", "--prefix", prefix}), 1);
+}
+
+TEST_F(QelmplsToolTest, TreatsABadCommandLineAsAUsageError) {
+  EXPECT_EQ(run({"run"}), 2);
+  EXPECT_EQ(run({"show", "everything", "--prefix", "x"}), 2);
+}
+
+}  // namespace
+}  // namespace Cli::Test
