@@ -1314,10 +1314,14 @@ void MplsBaseSm::runUnprogrammedRouteReviewTask() {
   MplsState* s = mplsState();
   uint64_t done = 0;
   bool yielded = false;
-  std::vector<L2AdjIndex> adjs(s->unprogrammedL2AdjColl().begin(),
-                               s->unprogrammedL2AdjColl().end());
-  for (L2AdjIndex index : adjs) {
-    if (yielded) break;
+  // A round retries what was refused when it began, each item once, however
+  // many slices it takes: a retried item stays refused until the driver
+  // answers, and a slice that started from the front again would retry the
+  // same few items for ever.
+  if (retryRoundDone()) startRetryRound();
+  while (!yielded && retryL2AdjsDone_ < retryL2Adjs_.size()) {
+    L2AdjIndex index = retryL2Adjs_[retryL2AdjsDone_++];
+    if (!s->unprogrammedL2AdjHas(index)) continue;
     Kiv::Ptr<MplsL2Adjacency> l2 = s->l2Adjacency(index);
     if (!l2) {
       s->unprogrammedL2AdjDel(index);
@@ -1333,25 +1337,20 @@ void MplsBaseSm::runUnprogrammedRouteReviewTask() {
     ++done;
     yielded = shouldTaskYield(task);
   }
-  std::vector<Mpls::RouteKey> routes;
-  if (!yielded) {
-    routes.assign(s->unprogrammedRouteColl().begin(), s->unprogrammedRouteColl().end());
-  }
-  for (const Mpls::RouteKey& key : routes) {
+  while (!yielded && retryRoutesDone_ < retryRoutes_.size()) {
+    Mpls::RouteKey key = retryRoutes_[retryRoutesDone_++];
+    if (!s->unprogrammedRouteHas(key)) continue;
     PELLET_TRACE(trace_, kTraceDetail, "retry unprogrammed routeKey {}", key);
     processRouteKey(key);
     s->unprogRouteRetriedInc();
     ++done;
-    if (shouldTaskYield(task)) {
-      yielded = true;
-      break;
-    }
+    yielded = shouldTaskYield(task);
   }
   routeKeyToBePublishedIs(true);
   if (s->routeKeyForPublishs() != 0) routePublishTask_->scheduleNow();
   doMaybeSetConfigRouting();
   task->taskWorkCountInc(done);
-  if (yielded) {
+  if (!retryRoundDone()) {
     task->scheduleNow();
   } else if (s->unprogrammedRoutes() != 0 || s->unprogrammedL2Adjs() != 0) {
     rescheduleUnprogrammedTask();
@@ -1360,6 +1359,18 @@ void MplsBaseSm::runUnprogrammedRouteReviewTask() {
   PELLET_TRACE(trace_, kTraceDetail, "Set unprogrammedRetryInterval to default: {}",
                defaultUnprogrammedRetryInterval());
   doMaybeScheduleReview();
+}
+
+bool MplsBaseSm::retryRoundDone() const {
+  return retryL2AdjsDone_ == retryL2Adjs_.size() && retryRoutesDone_ == retryRoutes_.size();
+}
+
+void MplsBaseSm::startRetryRound() {
+  const MplsState* s = mplsState();
+  retryL2Adjs_.assign(s->unprogrammedL2AdjColl().begin(), s->unprogrammedL2AdjColl().end());
+  retryRoutes_.assign(s->unprogrammedRouteColl().begin(), s->unprogrammedRouteColl().end());
+  retryL2AdjsDone_ = 0;
+  retryRoutesDone_ = 0;
 }
 
 bool MplsBaseSm::routeCanBePublished(const Mpls::RouteKey& routeKey) const {

@@ -319,6 +319,8 @@ class MplsBaseSm : public Kiv::Entity {
   void releaseDroppedDependencies(L3Adjacency* adjacency, const std::vector<IpAddrIntfId>& nextHops,
                                   const std::vector<Bridging::HostKey>& hostKeys);
   void rescheduleUnprogrammedTask();
+  bool retryRoundDone() const;
+  void startRetryRound();
   template <class Set, class Fn>
   bool drain(Set& set, Fn&& process, uint64_t& done);
 
@@ -336,6 +338,12 @@ class MplsBaseSm : public Kiv::Entity {
   std::unique_ptr<Plin::Task> syncTimeoutTask_;
   std::unique_ptr<Plin::Task> cleanupHwStatusAdjTask_;
   uint64_t cleanupBookmark_ = 0;
+  // The retry round in progress: what was refused when it began, and how far
+  // its slices have got.
+  std::vector<L2AdjIndex> retryL2Adjs_;
+  std::vector<Mpls::RouteKey> retryRoutes_;
+  size_t retryL2AdjsDone_ = 0;
+  size_t retryRoutesDone_ = 0;
   std::unique_ptr<Reactors> reactors_;
 };
 

@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include "SwitchFixture.h"
+
+namespace QelTest {
+namespace {
+
+using Mpls::Hardware::RouteState;
+using Vosh::Qel::MplsHwL2ViaIndex;
+
+class L2Adjacencies : public SwitchFixture {
+ protected:
+  void SetUp() override {
+    interfaceIs("Ethernet1", 1006);
+    interfaceIs("Ethernet2", 1007);
+    interfaceIs("Vlan100", 100, false);
+    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+    arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
+    arpIs("10.0.2.2", "Vlan100", "00:00:5e:00:53:03");
+    arpIs("10.0.2.3", "Vlan100", "00:00:5e:00:53:04");
+    fdbIs(100, "00:00:5e:00:53:03", "Ethernet3");
+    fdbIs(100, "00:00:5e:00:53:04", "Ethernet3");
+    startAgent();
+  }
+
+  Vosh::Qel::MplsHwL2AdjacencyConfig l2Of(uint32_t label) const {
+    return hwL2(hwRoute(label).l2AdjId());
+  }
+  Bexo::EthAddr macOf(uint32_t label) const { return l2Of(label).l2Via(MplsHwL2ViaIndex(0)).mac; }
+};
+
+TEST_F(L2Adjacencies, anArpChangeRereviewsExactlyTheAdjacenciesOfThatNextHop) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 201}});
+  mplsViaSetIs(3, {{"10.0.1.2", "Ethernet2", 300}});
+  routeIs(100, 1);
+  routeIs(101, 2);
+  routeIs(102, 3);
+  settle();
+  Vosh::Qel::MplsHwRouteConfig untouched = hwRoute(102);
+  uint64_t adjacenciesReviewed = state()->l3AdjReviewed();
+
+  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
+  runReviewPasses(1);
+  EXPECT_EQ(state()->l3AdjReviewed() - adjacenciesReviewed, 2u);
+
+  settle();
+  EXPECT_EQ(macOf(100), Bexo::EthAddr::fromString("00:00:5e:00:53:11"));
+  EXPECT_EQ(macOf(101), Bexo::EthAddr::fromString("00:00:5e:00:53:11"));
+  EXPECT_EQ(hwRoute(102), untouched);
+  EXPECT_EQ(hwL2Adjacencies(), 3u) << "the records with the old MAC are gone";
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
+}
+
+TEST_F(L2Adjacencies, aMacMoveRereviewsExactlyTheAdjacenciesBehindThatMac) {
+  mplsViaSetIs(1, {{"10.0.2.2", "Vlan100", 200}});
+  mplsViaSetIs(2, {{"10.0.2.3", "Vlan100", 300}});
+  routeIs(100, 1);
+  routeIs(101, 2);
+  settle();
+  Vosh::Qel::MplsHwRouteConfig untouched = hwRoute(101);
+  uint64_t adjacenciesReviewed = state()->l3AdjReviewed();
+
+  fdbIs(100, "00:00:5e:00:53:03", "Ethernet4");
+  runReviewPasses(1);
+  EXPECT_EQ(state()->l3AdjReviewed() - adjacenciesReviewed, 1u);
+
+  settle();
+  EXPECT_EQ(l2Of(100).l2Via(MplsHwL2ViaIndex(0)).intf, Bexo::IntfId::fromString("Ethernet4"));
+  EXPECT_EQ(hwRoute(101), untouched);
+  EXPECT_EQ(hwL2Adjacencies(), 2u);
+}
+
+TEST_F(L2Adjacencies, anArpEntryForAnUnknownNextHopIsIgnored) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  settle();
+  uint64_t passes = sm()->reviewCount();
+  Vosh::Qel::MplsHwRouteConfig before = hwRoute(100);
+
+  arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:99");
+  fdbIs(100, "00:00:5e:00:53:99", "Ethernet3");
+  settle();
+  EXPECT_EQ(sm()->reviewCount(), passes);
+  EXPECT_EQ(hwRoute(100), before);
+}
+
+TEST_F(L2Adjacencies, aViaWithAnUnresolvedNextHopJoinsTheRecordWhenArpAnswers) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.9.9", "Ethernet2", 300}});
+  routeIs(100, 1);
+  settle();
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(l2Of(100).l2Vias(), 1u);
+  EXPECT_EQ(root->proactiveArpNexthop()->requests(), 2u)
+      << "the unresolved next hop is asked for ahead of traffic";
+
+  arpIs("10.0.9.9", "Ethernet2", "00:00:5e:00:53:09");
+  settle();
+  ASSERT_EQ(l2Of(100).l2Vias(), 2u);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(hwL2Adjacencies(), 1u);
+
+  routeDel(100);
+  settle();
+  expectNoRouteResourcesLeft();
+}
+
+TEST_F(L2Adjacencies, routesOfAnUnresolvedAdjacencyWaitWithoutARecordUntilArpAnswers) {
+  mplsViaSetIs(1, {{"10.0.9.9", "Ethernet1", 200}});
+  routeIs(100, 1);
+  routeIs(101, 1);
+  settle();
+  EXPECT_FALSE(hwRoute(100));
+  EXPECT_FALSE(hwRoute(101));
+  EXPECT_EQ(hwL2Adjacencies(), 0u);
+  EXPECT_EQ(published(101).state, RouteState::routeStateUnprogrammed);
+
+  arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:09");
+  settle();
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
+}
+
+TEST_F(L2Adjacencies, anUnusedLayer2AdjacencyWaitsWhileRoutesStillPointAtItsRecord) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.1.2", "Ethernet2", 300}});
+  routeIs(100, 1);
+  routeIs(101, 1);
+  settle();
+  uint64_t oldRecord = hwRoute(100).l2AdjId();
+
+  // In one pass the adjacency moves to a new record, route 100 moves to a
+  // new via set whose adjacency is still to be reviewed, and route 101 waits
+  // for its adjacency's second review: both still point at the old record.
+  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
+  routeIs(100, 2);
+  runReviewPasses(1);
+  EXPECT_TRUE(state()->l2AdjPendingForDeleteHas(oldRecord));
+  EXPECT_TRUE(hwL2(oldRecord));
+  EXPECT_EQ(hwRoute(100).l2AdjId(), oldRecord);
+  EXPECT_EQ(hwRoute(101).l2AdjId(), oldRecord);
+
+  runReviewPasses(1);
+  EXPECT_FALSE(state()->l2AdjPendingForDeleteHas(oldRecord));
+  EXPECT_FALSE(state()->l2AdjacencyHas(oldRecord));
+  EXPECT_FALSE(hwL2(oldRecord));
+  EXPECT_NE(hwRoute(100).l2AdjId(), oldRecord);
+  EXPECT_NE(hwRoute(101).l2AdjId(), oldRecord);
+
+  settle();
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
+  routeDel(100);
+  routeDel(101);
+  settle();
+  expectNoRouteResourcesLeft();
+}
+
+}  // namespace
+}  // namespace QelTest

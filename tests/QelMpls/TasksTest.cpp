@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+
+#include "SwitchFixture.h"
+#include "pellet/Trace.h"
+
+namespace QelTest {
+namespace {
+
+using Mpls::Hardware::RouteState;
+
+class Tasks : public SwitchFixture {
+ protected:
+  void SetUp() override {
+    interfaceIs("Ethernet1", 1006);
+    interfaceIs("Ethernet2", 1007);
+    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+    arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
+    mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+    mplsViaSetIs(2, {{"10.0.1.2", "Ethernet2", 300}});
+    startAgent();
+    routeIs(100, 1);
+    routeIs(101, 1);
+    settle();
+    adjacency = published(100).adjacencyIndex;
+    record = hwRoute(100).l2AdjId();
+  }
+
+  // In one burst route 100 moves to via set 2, whose adjacency is new, and
+  // the MAC of via set 1's next hop changes. The first pass reviews the
+  // adjacency, then holds both routes back: route 100 for its new adjacency,
+  // route 101 for its old one, queued again when route 100 left it.
+  void moveRoute100WhileItsAdjacencyChanges() {
+    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
+    routeIs(100, 2);
+  }
+
+  uint64_t adjacency = 0;
+  uint64_t record = 0;
+};
+
+TEST_F(Tasks, anAdjacencyQueuedWithItsRouteIsReviewedFirst) {
+  uint64_t routesReviewed = state()->routeKeyReviewed();
+  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
+  routeIs(100, 1, Mpls::viaTypeMplsIp, 1);
+  runReviewPasses(1);
+  EXPECT_NE(hwRoute(100).l2AdjId(), record) << "the route saw its adjacency's new record";
+  EXPECT_EQ(state()->routeKeyReviewed() - routesReviewed, 2u) << "each route reviewed once";
+  EXPECT_EQ(state()->route(key(100))->lfibFlags(), 1);
+}
+
+TEST_F(Tasks, aRouteWhoseAdjacencyReviewIsPendingKeepsItsHardwareRecord) {
+  Vosh::Qel::MplsHwRouteConfig before = hwRoute(100);
+  moveRoute100WhileItsAdjacencyChanges();
+  runReviewPasses(1);
+  EXPECT_EQ(hwRoute(100), before);
+  EXPECT_TRUE(state()->routeKeyForReviewHas(key(100))) << "it comes back for review";
+
+  runReviewPasses(1);
+  EXPECT_EQ(hwL2(hwRoute(100).l2AdjId()).l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).label,
+            Bexo::MplsLabel(300));
+}
+
+TEST_F(Tasks, aRouteUnderReviewIsNotPublished) {
+  Mpls::Hardware::RouteInfo before = published(100);
+  moveRoute100WhileItsAdjacencyChanges();
+  runReviewPasses(1);
+  ASSERT_TRUE(state()->routeKeyForPublishHas(key(100)));
+  ASSERT_TRUE(state()->routeKeyForReviewHas(key(100)));
+  EXPECT_EQ(published(100), before);
+
+  settle();
+  EXPECT_NE(published(100).adjacencyIndex, adjacency);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
+}
+
+TEST_F(Tasks, withTheAttributeLogCloggedEachTaskHandlesOneItemPerSlice) {
+  attrLog->attrLogOutCloggedIs(true);
+  Pellet::Capture capture({"QelMplsSm"});
+  uint64_t runs = sm()->reviewTask()->runCount();
+  uint64_t work = sm()->reviewTask()->taskWorkCount();
+  for (uint32_t label = 200; label < 205; ++label) routeIs(label, 2);
+  settle();
+
+  uint64_t items = sm()->reviewTask()->taskWorkCount() - work;
+  EXPECT_GE(items, 5u);
+  EXPECT_GE(sm()->reviewTask()->runCount() - runs, items);
+  // Each slice begins with "review l3 adj" and names each item it handles.
+  size_t perSlice = 0;
+  size_t most = 0;
+  for (const auto& message : capture.messages()) {
+    if (message.text == "review l3 adj") perSlice = 0;
+    if (message.text.starts_with("process ")) most = std::max(most, ++perSlice);
+  }
+  EXPECT_EQ(most, 1u);
+  EXPECT_FALSE(isPublished(200)) << "nothing is published while the log is clogged";
+
+  attrLog->attrLogOutCloggedIs(false);
+  settle();
+  for (uint32_t label = 200; label < 205; ++label) {
+    EXPECT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
+  }
+}
+
+TEST_F(Tasks, withTheAttributeLogCloggedTheRetryTaskRetriesEachRefusedRouteOncePerRound) {
+  driver.routeCapacity = 2;
+  for (uint32_t label = 200; label < 205; ++label) routeIs(label, 2);
+  settle();
+  ASSERT_EQ(state()->unprogrammedRoutes(), 5u);
+  attrLog->attrLogOutCloggedIs(true);
+  uint64_t retried = state()->unprogRouteRetried();
+  uint64_t runs = sm()->unprogrammedRouteTask()->runCount();
+
+  advance(sm()->unprogrammedRetryInterval());
+  EXPECT_EQ(state()->unprogRouteRetried() - retried, 5u);
+  EXPECT_GE(sm()->unprogrammedRouteTask()->runCount() - runs, 5u);
+  EXPECT_EQ(state()->unprogrammedRoutes(), 5u) << "the hardware is still full";
+
+  driver.routeCapacity = 10;
+  attrLog->attrLogOutCloggedIs(false);
+  advance(sm()->unprogrammedRetryInterval());
+  EXPECT_EQ(state()->unprogrammedRoutes(), 0u);
+  EXPECT_EQ(published(204).state, RouteState::routeStateProgrammed);
+}
+
+}  // namespace
+}  // namespace QelTest
