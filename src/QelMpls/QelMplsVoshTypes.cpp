@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -53,7 +54,15 @@ void MplsHwL2AdjacencyConfig::l2ViaIs(MplsHwL2ViaIndex index, const Mpls::Hardwa
 void MplsHwL2AdjacencyConfig::l2ViaDel(MplsHwL2ViaIndex index) {
   if (index.value() >= count_) return;
   vias_[index.value()] = Mpls::Hardware::L2Via();
-  if (index.value() + 1u == count_) --count_;
+  // The count ends on a used via: emptied vias at the end go with the last.
+  while (count_ > 0 && vias_[count_ - 1] == Mpls::Hardware::L2Via()) --count_;
+}
+
+// Vias past the count must read as empty: a later l2ViaIs beyond the count
+// exposes every slot up to it, and they are serialised as they stand.
+void MplsHwL2AdjacencyConfig::l2ViaDelAll() {
+  std::fill_n(vias_.begin(), count_, Mpls::Hardware::L2Via());
+  count_ = 0;
 }
 
 namespace {

@@ -141,7 +141,7 @@ class MplsHwL2AdjacencyConfig {
   const Mpls::Hardware::L2Via& l2Via(MplsHwL2ViaIndex index) const;
   void l2ViaIs(MplsHwL2ViaIndex index, const Mpls::Hardware::L2Via& via);
   void l2ViaDel(MplsHwL2ViaIndex index);
-  void l2ViaDelAll() { count_ = 0; }
+  void l2ViaDelAll();
 
   size_t serializedSize() const { return kHeaderSize + count_ * sizeof(Mpls::Hardware::L2Via); }
   size_t serialize(std::byte* out) const;
