@@ -217,43 +217,37 @@ TEST_P(RootMounting, mountsTheSharedMemoryTablesOfItsModeAsReaderOrAsWriterOfIts
   EXPECT_EQ(Vosh::segmentNamesUnder(prefix).size(), mediated() ? 11u : 8u);
 }
 
+// Every mounted entity, from the state database or shared memory, is named
+// after the path it lives at; the local multicast hardware status has a name
+// of its own.
 TEST_P(RootMounting, holdsTheEntityOfEveryMountedPath) {
-  EXPECT_EQ(root->mplsHwSingletonConfig(), korba->entityAs<Qel::MplsHwSingletonConfig>(
-                                               "cell/1/hardware/qel/mplsHwSingletonConfig"));
-  EXPECT_EQ(root->mplsHwSingletonStatus(), korba->entityAs<Qel::MplsHwSingletonStatus>(
-                                               "cell/1/hardware/qel/mplsHwSingletonStatus"));
-  EXPECT_EQ(root->lfibInfo(), korba->entityAs<Mpls::LfibInfo>("routing/mpls/lfibInfo"));
-  EXPECT_EQ(root->mplsRoutingInfo(),
-            korba->entityAs<Mpls::RoutingInfo>("routing/mpls/routingInfo/status"));
-  EXPECT_EQ(root->routingHwMplsStatus(),
-            korba->entityAs<Mpls::Hardware::Status>("routing/hardware/mpls/status"));
-  EXPECT_EQ(root->l3IntfTable(), korba->entityAs<QelL3Intf::Table>("qel/l3IntfTable"));
-  EXPECT_EQ(root->routingHwRouteStatus(),
-            korba->entityAs<Routing::Hardware::RouteStatus>("routing/hardware/route/status"));
-  EXPECT_TRUE(root->mplsHwSingletonConfig() && root->mplsRoutingInfo() && root->l3IntfTable());
+  auto expectHeldAt = [](const Kiv::Entity* held, const std::string& path) {
+    ASSERT_TRUE(held) << path;
+    EXPECT_EQ(held->name(), path);
+  };
+  expectHeldAt(root->mplsHwSingletonConfig().get(), "cell/1/hardware/qel/mplsHwSingletonConfig");
+  expectHeldAt(root->mplsHwSingletonStatus().get(), "cell/1/hardware/qel/mplsHwSingletonStatus");
+  expectHeldAt(root->lfibInfo().get(), "routing/mpls/lfibInfo");
+  expectHeldAt(root->mplsRoutingInfo().get(), "routing/mpls/routingInfo/status");
+  expectHeldAt(root->routingHwMplsStatus().get(), "routing/hardware/mpls/status");
+  expectHeldAt(root->l3IntfTable().get(), "qel/l3IntfTable");
+  expectHeldAt(root->routingHwRouteStatus().get(), "routing/hardware/route/status");
   if (mediated()) {
-    ASSERT_TRUE(root->l3AdjSyncStatusExt());
-    EXPECT_EQ(root->l3AdjSyncStatusExt(),
-              korba->entityAs<Qel::QelL3AdjSyncStatusExternal>("cell/1/qel/sync/adjSyncStatus"));
+    expectHeldAt(root->l3AdjSyncStatusExt().get(), "cell/1/qel/sync/adjSyncStatus");
   } else {
     EXPECT_FALSE(root->l3AdjSyncStatusExt());
   }
-
-  ASSERT_TRUE(root->transitLfib() && root->lfibHwStatus() && root->arpVosh() &&
-              root->proactiveArpNexthop() && root->bridgingStatus() &&
-              root->mplsHwCollectionConfig() && root->mplsHwCollectionStatus() &&
-              root->hwFecIdRequest());
-  EXPECT_EQ(root->transitLfib()->name(), MplsRootSm::kTransitLfibPath);
-  EXPECT_EQ(root->lfibHwStatus()->name(), MplsRootSm::kLfibHwStatusPath);
-  EXPECT_EQ(root->arpVosh()->name(), MplsRootSm::kArpStatusPath);
-  EXPECT_EQ(root->bridgingStatus()->name(), MplsRootSm::kBridgingStatusPath);
-  EXPECT_EQ(root->mplsHwCollectionConfig()->name(), MplsRootSm::kHwRouteConfigPath);
-  EXPECT_EQ(root->mplsHwCollectionStatus()->name(), MplsRootSm::kHwRouteStatusPath);
-  EXPECT_EQ(root->hwFecIdRequest()->name(), MplsRootSm::kUnicastFecReqPath);
+  expectHeldAt(root->transitLfib().get(), MplsRootSm::kTransitLfibPath);
+  expectHeldAt(root->lfibHwStatus().get(), MplsRootSm::kLfibHwStatusPath);
+  expectHeldAt(root->arpVosh().get(), MplsRootSm::kArpStatusPath);
+  expectHeldAt(root->proactiveArpNexthop().get(), MplsRootSm::kProactiveArpPath);
+  expectHeldAt(root->bridgingStatus().get(), MplsRootSm::kBridgingStatusPath);
+  expectHeldAt(root->mplsHwCollectionConfig().get(), MplsRootSm::kHwRouteConfigPath);
+  expectHeldAt(root->mplsHwCollectionStatus().get(), MplsRootSm::kHwRouteStatusPath);
+  expectHeldAt(root->hwFecIdRequest().get(), MplsRootSm::kUnicastFecReqPath);
+  expectHeldAt(root->mcastHwStatus().get(), "qelMcastHwStatus");
   ASSERT_TRUE(root->proactiveArpNhSm());
   EXPECT_EQ(root->proactiveArpNhSm()->clientConfig(), root->proactiveArpNexthop());
-  ASSERT_TRUE(root->mcastHwStatus());
-  EXPECT_EQ(root->mcastHwStatus()->name(), "qelMcastHwStatus");
 }
 
 TEST_P(RootMounting, buildsTheInputStatusSmOverTheLocalSummaryAndTheCoreOnlyInDirectMode) {
