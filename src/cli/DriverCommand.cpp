@@ -42,14 +42,13 @@ int driverCommand(const DriverArgs& args) {
   config.failLabels = args.failLabels;
   auto em = Kiv::make<Vosh::EntityManager>(args.prefix, &scheduler);
   Sim::HwDriver driver(em, config);
-  Plin::Task attachTask(&scheduler, Sim::HwDriver::kTaskPriority, "qelmpls-driver-attach",
-                        [&] {
-                          if (driver.attach()) {
-                            fmt::print(stderr, "qelmpls driver: reading the agent's tables\n");
-                          } else {
-                            attachTask.scheduleAfter(kAttachRetry);
-                          }
-                        });
+  Plin::Task attachTask(&scheduler, Sim::HwDriver::kTaskPriority, "qelmpls-driver-attach", [&] {
+    if (driver.attach()) {
+      fmt::print(stderr, "qelmpls driver: reading the agent's tables\n");
+    } else {
+      attachTask.scheduleAfter(kAttachRetry);
+    }
+  });
   attachTask.scheduleNow();
   fmt::print(stderr, "qelmpls driver: serving prefix '{}'\n", args.prefix);
   scheduler.run();
@@ -58,8 +57,8 @@ int driverCommand(const DriverArgs& args) {
   fmt::print(
       "driver: {} route answers ({} refused), {} layer-2 answers ({} refused), {} statuses "
       "deleted; hardware holds {} routes, {} layer-2 adjacencies\n",
-      c.routeAnswers, c.routesRefused, c.l2Answers, c.l2Refused, c.statusDeleted,
-      driver.hwRoutes(), driver.hwL2Adjacencies());
+      c.routeAnswers, c.routesRefused, c.l2Answers, c.l2Refused, c.statusDeleted, driver.hwRoutes(),
+      driver.hwL2Adjacencies());
   return 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <iostream>
+#include <optional>
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>
@@ -33,7 +34,8 @@ std::string runPrefix(const RunArgs& args) {
 }
 
 void printProgress(const Sim::Progress& p) {
-  fmt::print(stderr, "qelmpls: t={:.3f}s lfib {} routes, tracked {}, unprogrammed {}, hardware {}\n",
+  fmt::print(stderr,
+             "qelmpls: t={:.3f}s lfib {} routes, tracked {}, unprogrammed {}, hardware {}\n",
              p.time, p.lfibRoutes, p.trackedRoutes, p.unprogrammedRoutes, p.hardwareRoutes);
 }
 
@@ -65,7 +67,15 @@ int play(const RunArgs& args, const Sim::Scenario& scenario, const std::string& 
   const bool realtime = args.realtime || args.externalDriver;
   Plin::TaskScheduler scheduler(realtime ? Plin::TaskScheduler::Mode::realTime
                                          : Plin::TaskScheduler::Mode::virtualTime);
-  if (!realtime) Pellet::timeSourceIs([&scheduler] { return scheduler.now(); });
+  // Traces carry the scheduler's time, for as long as the scheduler lives.
+  struct TraceClock {
+    explicit TraceClock(Plin::TaskScheduler& s) {
+      Pellet::timeSourceIs([&s] { return s.now(); });
+    }
+    ~TraceClock() { Pellet::timeSourceIs({}); }
+  };
+  std::optional<TraceClock> traceClock;
+  if (!realtime) traceClock.emplace(scheduler);
   if (!args.trace.empty()) Pellet::configure(args.trace);
   Sim::RunOptions options;
   options.prefix = prefix;
@@ -85,7 +95,6 @@ int play(const RunArgs& args, const Sim::Scenario& scenario, const std::string& 
     printSummary(std::cout, report, runner.settled());
   }
   if (args.check && status == 0) status = checkScenario(scenario, report);
-  Pellet::timeSourceIs({});
   return status;
 }
 

@@ -28,7 +28,9 @@ void printLeftOut(std::ostream& out, size_t total, size_t shown) {
 
 }  // namespace
 
-TablePrinter::TablePrinter(std::vector<std::string> headers) { rows_.push_back(std::move(headers)); }
+TablePrinter::TablePrinter(std::vector<std::string> headers) {
+  rows_.push_back(std::move(headers));
+}
 
 void TablePrinter::row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
 
@@ -71,8 +73,8 @@ void printL2Adjacencies(std::ostream& out, const Sim::Report& report, size_t max
   size_t shown = std::min(maxRows, report.l2Adjacencies.size());
   for (size_t i = 0; i < shown; ++i) {
     const Sim::L2Row& r = report.l2Adjacencies[i];
-    table.row({std::to_string(r.id), std::to_string(r.version), r.state,
-               std::to_string(r.routes), viasText(r.vias)});
+    table.row({std::to_string(r.id), std::to_string(r.version), r.state, std::to_string(r.routes),
+               viasText(r.vias)});
   }
   table.print(out);
   printLeftOut(out, report.l2Adjacencies.size(), shown);

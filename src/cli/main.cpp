@@ -22,12 +22,16 @@ int main(int argc, char** argv) {
   Cli::RunArgs run;
   CLI::App* runCmd = app.add_subcommand("run", "play a scenario file and show the result");
   runCmd->add_option("file", run.file, "scenario file (YAML)")->required();
-  runCmd->add_option("--mode", run.mode, "programming mode: direct (mediated is not supported yet)");
+  runCmd->add_option("--mode", run.mode,
+                     "programming mode: direct (mediated is not supported yet)");
   runCmd->add_flag("--check", run.check, "verify the scenario's expect section (exit 1 if not)");
-  runCmd->add_option("--json", run.jsonOut, "write the final state as JSON to this file (- for stdout)");
+  runCmd->add_option("--json", run.jsonOut,
+                     "write the final state as JSON to this file (- for stdout)");
   runCmd->add_option("--trace", run.trace, "trace facilities and levels, e.g. QelMplsSm/0-9");
-  runCmd->add_flag("--realtime", run.realtime, "run steps on the real clock instead of virtual time");
-  runCmd->add_option("--prefix", run.prefix, "shared-memory prefix (default: one of the run's own)");
+  runCmd->add_flag("--realtime", run.realtime,
+                   "run steps on the real clock instead of virtual time");
+  runCmd->add_option("--prefix", run.prefix,
+                     "shared-memory prefix (default: one of the run's own)");
   runCmd->add_flag("--keep", run.keep, "keep the shared-memory tables after the run");
   runCmd->add_flag("--external-driver", run.externalDriver,
                    "use the driver of `qelmpls driver --prefix P` (implies --realtime)");

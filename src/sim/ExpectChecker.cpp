@@ -10,8 +10,9 @@ namespace Sim {
 namespace {
 
 const RouteRow* findRoute(const Report& report, const Mpls::RouteKey& key) {
-  auto it = std::lower_bound(report.routes.begin(), report.routes.end(), key,
-                             [](const RouteRow& row, const Mpls::RouteKey& k) { return row.key < k; });
+  auto it =
+      std::lower_bound(report.routes.begin(), report.routes.end(), key,
+                       [](const RouteRow& row, const Mpls::RouteKey& k) { return row.key < k; });
   return it != report.routes.end() && it->key == key ? &*it : nullptr;
 }
 
@@ -58,8 +59,9 @@ void checkRoute(const RouteExpect& expect, const Report& report,
   const RouteRow* row = findRoute(report, expect.key);
   if (expect.absent) {
     if (row) {
-      failures.push_back({expect.line, what, "absent",
-                          fmt::format("{}{}", row->state, row->inHardware ? " (in hardware)" : "")});
+      failures.push_back(
+          {expect.line, what, "absent",
+           fmt::format("{}{}", row->state, row->inHardware ? " (in hardware)" : "")});
     }
     return;
   }

@@ -81,7 +81,8 @@ void LfibProducer::writeVias(const ViaSetSpec& spec) {
         break;
       case T::viaTypeVlan:
       case T::viaTypeEvpnVlanFlood:
-        lfib_->vlanViaIs(key, Mpls::LfibVlanVia{key, via.vlan, spec.type == T::viaTypeEvpnVlanFlood});
+        lfib_->vlanViaIs(key,
+                         Mpls::LfibVlanVia{key, via.vlan, spec.type == T::viaTypeEvpnVlanFlood});
         break;
       case T::viaTypeMplsPseudowire:
         lfib_->pwViaIs(key, Mpls::LfibPwVia{key, via.pwIntf});

@@ -73,24 +73,24 @@ std::vector<L2Row> l2Rows(const HwTables& tables, uint64_t& orphans) {
       [&users](const Mpls::RouteKey&, const Vosh::Qel::MplsHwRouteConfig& config) {
         if (config.l2AdjId() != Vosh::Qel::kAllOnes) ++users[config.l2AdjId()];
       });
-  tables.config()->forEachL2Adjacency(
-      [&](MplsHwL2AdjacencyId id, const Vosh::Qel::MplsHwL2AdjacencyConfig& config) {
-        L2Row row;
-        row.id = id;
-        row.version = config.version();
-        row.vias = viasOf(config);
-        auto used = users.find(id);
-        row.routes = used == users.end() ? 0 : used->second;
-        if (row.routes == 0) ++orphans;
-        row.state = "pending";
-        Vosh::Qel::MplsHwL2AdjacencyStatus status =
-            tables.status() ? tables.status()->l2Adjacency(id) : Vosh::Qel::MplsHwL2AdjacencyStatus{};
-        if (status && status.version == row.version) {
-          row.state = status.state == Vosh::Qel::mplsHwL2AdjStateProgrammed ? "programmed"
-                                                                            : "unprogrammed";
-        }
-        rows.push_back(std::move(row));
-      });
+  tables.config()->forEachL2Adjacency([&](MplsHwL2AdjacencyId id,
+                                          const Vosh::Qel::MplsHwL2AdjacencyConfig& config) {
+    L2Row row;
+    row.id = id;
+    row.version = config.version();
+    row.vias = viasOf(config);
+    auto used = users.find(id);
+    row.routes = used == users.end() ? 0 : used->second;
+    if (row.routes == 0) ++orphans;
+    row.state = "pending";
+    Vosh::Qel::MplsHwL2AdjacencyStatus status =
+        tables.status() ? tables.status()->l2Adjacency(id) : Vosh::Qel::MplsHwL2AdjacencyStatus{};
+    if (status && status.version == row.version) {
+      row.state =
+          status.state == Vosh::Qel::mplsHwL2AdjStateProgrammed ? "programmed" : "unprogrammed";
+    }
+    rows.push_back(std::move(row));
+  });
   std::sort(rows.begin(), rows.end(), [](const L2Row& a, const L2Row& b) { return a.id < b.id; });
   return rows;
 }
@@ -118,19 +118,18 @@ void countStates(Report& report) {
 
 void addCoreCounters(const Qel::MplsBaseSm& core, Report& report) {
   const Qel::MplsState& s = *core.mplsState();
-  report.counters.insert(report.counters.end(),
-                         {{"routes", s.routes()},
-                          {"l3Adjacencies", s.l3Adjacencys()},
-                          {"l2Adjacencies", s.l2Adjacencys()},
-                          {"nextHops", s.mplsNextHops()},
-                          {"unprogrammedRoutes", s.unprogrammedRoutes()},
-                          {"routeKeyReviewed", s.routeKeyReviewed()},
-                          {"routeKeyPublished", s.routeKeyPublished()},
-                          {"l3AdjReviewed", s.l3AdjReviewed()},
-                          {"l2AdjReviewed", s.l2AdjReviewed()},
-                          {"l2AdjDeleted", s.l2AdjDeleted()},
-                          {"unprogRouteRetried", s.unprogRouteRetried()},
-                          {"reviewCount", core.reviewCount()}});
+  report.counters.insert(report.counters.end(), {{"routes", s.routes()},
+                                                 {"l3Adjacencies", s.l3Adjacencys()},
+                                                 {"l2Adjacencies", s.l2Adjacencys()},
+                                                 {"nextHops", s.mplsNextHops()},
+                                                 {"unprogrammedRoutes", s.unprogrammedRoutes()},
+                                                 {"routeKeyReviewed", s.routeKeyReviewed()},
+                                                 {"routeKeyPublished", s.routeKeyPublished()},
+                                                 {"l3AdjReviewed", s.l3AdjReviewed()},
+                                                 {"l2AdjReviewed", s.l2AdjReviewed()},
+                                                 {"l2AdjDeleted", s.l2AdjDeleted()},
+                                                 {"unprogRouteRetried", s.unprogRouteRetried()},
+                                                 {"reviewCount", core.reviewCount()}});
   const Qel::MplsSmStartupRecord& record = *core.mplsSmStartupRecord();
   report.startupStage = std::string(Qel::stringValue(record.lastStage()));
   for (const auto& [stage, seconds] : record.timeTaken()) {
@@ -140,13 +139,14 @@ void addCoreCounters(const Qel::MplsBaseSm& core, Report& report) {
 
 void addDriverCounters(const HwDriver& driver, Report& report) {
   const HwDriver::Counters& c = driver.counters();
-  report.counters.insert(report.counters.end(), {{"driverRouteAnswers", c.routeAnswers},
-                                                 {"driverRoutesRefused", c.routesRefused},
-                                                 {"driverL2Answers", c.l2Answers},
-                                                 {"driverL2Refused", c.l2Refused},
-                                                 {"driverStatusDeleted", c.statusDeleted},
-                                                 {"hardwareRoutes", driver.hwRoutes()},
-                                                 {"hardwareL2Adjacencies", driver.hwL2Adjacencies()}});
+  report.counters.insert(report.counters.end(),
+                         {{"driverRouteAnswers", c.routeAnswers},
+                          {"driverRoutesRefused", c.routesRefused},
+                          {"driverL2Answers", c.l2Answers},
+                          {"driverL2Refused", c.l2Refused},
+                          {"driverStatusDeleted", c.statusDeleted},
+                          {"hardwareRoutes", driver.hwRoutes()},
+                          {"hardwareL2Adjacencies", driver.hwL2Adjacencies()}});
 }
 
 }  // namespace

@@ -64,14 +64,14 @@ std::vector<NextHop> makeNextHops(const ScaleSpec& s, Scenario& out) {
     hop.addr = Bexo::IpGenAddr::fromIpv4((10u << 24) | (h + 1));
     hop.behindVlan = h < vlanHops;
     uint16_t vlan = static_cast<uint16_t>(kFirstVlan + h / kNextHopsPerVlan);
-    hop.intf = hop.behindVlan ? Bexo::IntfId::vlan(vlan)
-                              : Bexo::IntfId::ethernet(1 + h % kRoutedPorts);
+    hop.intf =
+        hop.behindVlan ? Bexo::IntfId::vlan(vlan) : Bexo::IntfId::ethernet(1 + h % kRoutedPorts);
     hop.mac = Bexo::EthAddr({0x02, 0, 0, static_cast<uint8_t>(h >> 16),
                              static_cast<uint8_t>(h >> 8), static_cast<uint8_t>(h)});
     out.inputs.arp.push_back(ArpSpec{Arp::Table::ArpKey(hop.addr, hop.intf), hop.mac});
     if (hop.behindVlan) {
-      out.inputs.fdb.push_back(FdbSpec{Bridging::HostKey(vlan, hop.mac),
-                                       Bexo::IntfId::ethernet(9 + h % kRoutedPorts)});
+      out.inputs.fdb.push_back(
+          FdbSpec{Bridging::HostKey(vlan, hop.mac), Bexo::IntfId::ethernet(9 + h % kRoutedPorts)});
     }
     hops.push_back(hop);
   }
@@ -152,8 +152,8 @@ void writeScenario(const Scenario& sc, std::ostream& out) {
     fmt::print(out, "  - {{id: {}, type: mplsIp, vias: [", v.id);
     for (size_t i = 0; i < v.vias.size(); ++i) {
       const ViaSpec& via = v.vias[i];
-      fmt::print(out, "{}{{nexthop: {}, interface: {}, action: swap, labels: [{}]}}",
-                 i ? ", " : "", via.nextHop, via.intf, via.labelOperation.labelStack()[0]);
+      fmt::print(out, "{}{{nexthop: {}, interface: {}, action: swap, labels: [{}]}}", i ? ", " : "",
+                 via.nextHop, via.intf, via.labelOperation.labelStack()[0]);
     }
     fmt::print(out, "]}}\n");
   }

@@ -7,6 +7,7 @@ namespace Sim {
 namespace {
 std::string describe(const std::string& file, int line, const std::string& key,
                      const std::string& problem) {
+  if (line == 0) return fmt::format("{}: {}", file, problem);
   if (key.empty()) return fmt::format("{}:{}: {}", file, line, problem);
   return fmt::format("{}:{}: {}: {}", file, line, key, problem);
 }

@@ -2,7 +2,8 @@
 
 // A scenario file that cannot be played: where (file, line, the key as a
 // path such as "routes[2].viaSet") and what was wrong, usually what was
-// expected there. The tool prints it as "file:line: key: problem".
+// expected there. The tool prints it as "file:line: key: problem" (a file that
+// cannot be read has no line: "file: problem").
 
 #include <stdexcept>
 #include <string>

@@ -72,8 +72,7 @@ class Parser {
   Scenario parse(const YamlNode& root) {
     if (root.isNull()) root.expected("a scenario (a map of sections)");
     root.checkKeys({"mode", "routing", "interfaces", "arp", "fdb", "vrfs", "dot1qMaps",
-                    "pseudowires", "viaSets", "routes", "pwRoutes", "platform", "steps",
-                    "expect"});
+                    "pseudowires", "viaSets", "routes", "pwRoutes", "platform", "steps", "expect"});
     if (auto mode = root.find("mode")) parseMode(*mode);
     if (auto routing = root.find("routing")) {
       RoutingSpec spec = parseRouting(*routing);
@@ -204,12 +203,14 @@ class Parser {
 
   static std::string parseVrfName(const YamlNode& node) {
     std::string name = node.isScalar() ? node.text() : std::string();
-    if (name.empty() || name.size() > kMaxVrfName) node.expected("a VRF name of 1 to 31 characters");
+    if (name.empty() || name.size() > kMaxVrfName)
+      node.expected("a VRF name of 1 to 31 characters");
     return name;
   }
 
   static uint32_t parseViaSetId(const YamlNode& node) {
-    return static_cast<uint32_t>(node.asUint(1, ViaSetSpec::kMaxId, "a via set id from 1 to 33554431"));
+    return static_cast<uint32_t>(
+        node.asUint(1, ViaSetSpec::kMaxId, "a via set id from 1 to 33554431"));
   }
 
   static InterfaceSpec parseInterface(const YamlNode& node) {
@@ -256,7 +257,8 @@ class Parser {
   static void checkUniqueViaSet(const std::vector<ViaSetSpec>& earlier, const ViaSetSpec& viaSet,
                                 const YamlNode& node) {
     for (const ViaSetSpec& e : earlier) {
-      if (e.id == viaSet.id) node.require("id").fail(fmt::format("via set {} is defined twice", e.id));
+      if (e.id == viaSet.id)
+        node.require("id").fail(fmt::format("via set {} is defined twice", e.id));
     }
   }
 
@@ -401,10 +403,10 @@ class Parser {
       const auto& [prev, prevLine] = ranges[i - 1];
       const auto& [cur, curLine] = ranges[i];
       if (prev.source == cur.source && cur.first <= prev.last) {
-        throw ScenarioError(section.file(), std::max(prevLine, curLine), section.key(),
-                            fmt::format("route {} is defined twice (lines {} and {})",
-                                        cur.routeKey(cur.first), std::min(prevLine, curLine),
-                                        std::max(prevLine, curLine)));
+        throw ScenarioError(
+            section.file(), std::max(prevLine, curLine), section.key(),
+            fmt::format("route {} is defined twice (lines {} and {})", cur.routeKey(cur.first),
+                        std::min(prevLine, curLine), std::max(prevLine, curLine)));
       }
     }
   }

@@ -16,8 +16,7 @@ constexpr double kProgressInterval = 1.0;
 constexpr uint32_t kChecksPerClockRead = 256;
 
 double wallNow() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 SimSwitch::Options switchOptions(const Scenario& scenario, const RunOptions& options) {
@@ -54,9 +53,9 @@ void ScenarioRunner::run() {
   sim_->lfibQuiescedIs(true);
   if (options_.externalDriver &&
       !runFor(options_.driverWaitLimit, [this] { return sim_->driverTableExists(); })) {
-    throw std::runtime_error(fmt::format(
-        "no driver under prefix '{}' (start `qelmpls driver --prefix {}` first)", sim_->prefix(),
-        sim_->prefix()));
+    throw std::runtime_error(
+        fmt::format("no driver under prefix '{}' (start `qelmpls driver --prefix {}` first)",
+                    sim_->prefix(), sim_->prefix()));
   }
   startAgent();
   for (const Step& step : scenario_.steps) {

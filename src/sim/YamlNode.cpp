@@ -77,8 +77,8 @@ YamlNode YamlNode::child(const YAML::Node& node, std::string key) const {
 YamlNode YamlNode::valueOf(const YAML::Node& keyNode, const YAML::Node& value,
                            std::string key) const {
   YamlNode out = child(value, std::move(key));
-  bool block = value && (value.IsMap() || value.IsSequence()) &&
-               value.Style() == YAML::EmitterStyle::Block;
+  bool block =
+      value && (value.IsMap() || value.IsSequence()) && value.Style() == YAML::EmitterStyle::Block;
   if (!value || value.Mark().is_null() || value.IsNull() || block) {
     out.line_ = lineOf(keyNode, line_);
   }

@@ -26,11 +26,12 @@ constexpr int kPorts = 8;
 // routes; the first `viaSets` of them.
 std::string scenario(int viaSets) {
   std::string text = "interfaces:\n";
-  for (int p = 1; p <= kPorts; ++p) text += fmt::format("  - {{name: Ethernet{}, vlan: {}}}\n", p, 1000 + p);
+  for (int p = 1; p <= kPorts; ++p)
+    text += fmt::format("  - {{name: Ethernet{}, vlan: {}}}\n", p, 1000 + p);
   text += "arp:\n";
   for (int p = 1; p <= kPorts; ++p) {
-    text += fmt::format("  - {{ip: 10.0.{}.2, interface: Ethernet{}, mac: \"00:00:5e:00:53:{:02x}\"}}\n",
-                        p, p, p);
+    text += fmt::format(
+        "  - {{ip: 10.0.{}.2, interface: Ethernet{}, mac: \"00:00:5e:00:53:{:02x}\"}}\n", p, p, p);
   }
   text += "viaSets:\n";
   for (int v = 1; v <= viaSets; ++v) {
@@ -45,7 +46,8 @@ std::string scenario(int viaSets) {
   text += "routes:\n";
   for (int v = 1; v <= viaSets; ++v) {
     int first = 10000 + v * kRoutesPerViaSet;
-    text += fmt::format("  - {{labels: {}-{}, viaSet: {}}}\n", first, first + kRoutesPerViaSet - 1, v);
+    text +=
+        fmt::format("  - {{labels: {}-{}, viaSet: {}}}\n", first, first + kRoutesPerViaSet - 1, v);
   }
   return text;
 }
@@ -88,19 +90,22 @@ HardwareView inspect(const std::string& prefix) {
     if (s.state != Vosh::Qel::mplsHwRouteStateProgrammed) {
       view.problems.push_back(fmt::format("route {} is not programmed", k));
     }
-    if (!status.mplsRouteSyncMapHas(k)) view.problems.push_back(fmt::format("{} not in sync map", k));
+    if (!status.mplsRouteSyncMapHas(k))
+      view.problems.push_back(fmt::format("{} not in sync map", k));
   });
   if (view.answeredRoutes != view.configRoutes) view.problems.push_back("unanswered routes");
   if (view.configRoutes != lfib.size()) view.problems.push_back("LFIB routes missing in hardware");
   config.forEachL2Adjacency([&](uint64_t id, const Vosh::Qel::MplsHwL2AdjacencyConfig& r) {
-    if (!usedL2.contains(id)) view.problems.push_back(fmt::format("layer-2 record {} orphaned", id));
+    if (!usedL2.contains(id))
+      view.problems.push_back(fmt::format("layer-2 record {} orphaned", id));
     Vosh::Qel::MplsHwL2AdjacencyStatus s = status.l2Adjacency(id);
     if (s.version != r.version() || s.state != Vosh::Qel::mplsHwL2AdjStateProgrammed) {
       view.problems.push_back(fmt::format("layer-2 record {} not programmed", id));
     }
   });
   for (uint64_t id : usedL2) {
-    if (!config.l2AdjacencyHas(id)) view.problems.push_back(fmt::format("no layer-2 record {}", id));
+    if (!config.l2AdjacencyHas(id))
+      view.problems.push_back(fmt::format("no layer-2 record {}", id));
   }
   status.forEachMplsHwRoute([&](const Mpls::RouteKey& k, const auto&) {
     if (!config.mplsHwRouteHas(k)) view.problems.push_back(fmt::format("stale status of {}", k));

@@ -67,8 +67,7 @@ TEST(ExpectChecker, ReportsEachExpectationThatFailsWithWhatWasFound) {
   expect.log = {"ROUTING_MPLS_RESOURCE_NORMAL"};
   std::vector<ExpectFailure> failures = checkExpectations(expect, twoRoutes());
   ASSERT_EQ(failures.size(), 4u);
-  EXPECT_EQ(describe("s.yaml", failures[0]),
-            "s.yaml:3: routes.programmed: expected 2, found 1");
+  EXPECT_EQ(describe("s.yaml", failures[0]), "s.yaml:3: routes.programmed: expected 2, found 1");
   EXPECT_EQ(failures[1].what, "routes.\"101/2\".state");
   EXPECT_EQ(failures[1].found, "unprogrammed");
   EXPECT_EQ(failures[2].expected, "absent");

@@ -23,8 +23,8 @@ class HwDriverTest : public ::testing::Test {
   }
 
   HwDriver& startDriver(const DriverConfig& config = {}) {
-    driver_ = std::make_unique<HwDriver>(
-        Kiv::make<Vosh::EntityManager>(prefix_.str(), &scheduler_), config);
+    driver_ = std::make_unique<HwDriver>(Kiv::make<Vosh::EntityManager>(prefix_.str(), &scheduler_),
+                                         config);
     EXPECT_TRUE(driver_->attach());
     return *driver_;
   }
@@ -33,9 +33,9 @@ class HwDriverTest : public ::testing::Test {
     MplsHwL2AdjacencyConfig record(id);
     record.versionIs(version);
     record.l2ViaIs(Vosh::Qel::MplsHwL2ViaIndex(0),
-                   Mpls::Hardware::L2Via(Bexo::IntfId::ethernet(1), Bexo::EthAddr::fromString("00:00:5e:00:53:01"),
-                                         1006, Bexo::MplsLabel(200), 1,
-                                         Bexo::IpGenAddr::fromString("10.0.0.2")));
+                   Mpls::Hardware::L2Via(
+                       Bexo::IntfId::ethernet(1), Bexo::EthAddr::fromString("00:00:5e:00:53:01"),
+                       1006, Bexo::MplsLabel(200), 1, Bexo::IpGenAddr::fromString("10.0.0.2")));
     config_->l2AdjacencyIs(record);
   }
 

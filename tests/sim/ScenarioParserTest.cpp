@@ -162,8 +162,10 @@ const char* kViaSet1 = "viaSets: [{id: 1, type: mplsIp, vias: []}]\n";
 
 std::string withViaSet(const char* rest) { return std::string(kViaSet1) + rest; }
 
-const std::string kRouteUnknownKey = withViaSet("routes:\n  - {label: 1, viaSet: 1, colour: red}\n");
-const std::string kMissingViaSet = withViaSet("routes:\n  - {label: 1, viaSet: 1}\n  - {label: 2, viaSet: 4}\n");
+const std::string kRouteUnknownKey =
+    withViaSet("routes:\n  - {label: 1, viaSet: 1, colour: red}\n");
+const std::string kMissingViaSet =
+    withViaSet("routes:\n  - {label: 1, viaSet: 1}\n  - {label: 2, viaSet: 4}\n");
 const std::string kNoViaSet = withViaSet("routes:\n  - {label: 1}\n");
 const std::string kBadLabel = withViaSet("routes:\n  - {label: 1048576, viaSet: 1}\n");
 const std::string kReversed = withViaSet("routes:\n  - {labels: 20-10, viaSet: 1}\n");
@@ -175,8 +177,9 @@ const std::string kTypeChange =
 const BadCase kBadCases[] = {
     {"unknown top-level key", "mode: direct\ncolour: red\n", 2, "colour", "unknown key"},
     {"unknown route key", kRouteUnknownKey.c_str(), 3, "routes[0].colour", "unknown key"},
-    {"bad address", "arp:\n  - {ip: 10.0.0.300, interface: Ethernet1, mac: \"00:00:5e:00:53:01\"}\n",
-     2, "arp[0].ip", "expected an IPv4 or IPv6 address"},
+    {"bad address",
+     "arp:\n  - {ip: 10.0.0.300, interface: Ethernet1, mac: \"00:00:5e:00:53:01\"}\n", 2,
+     "arp[0].ip", "expected an IPv4 or IPv6 address"},
     {"bad MAC", "arp:\n  - {ip: 10.0.0.3, interface: Ethernet1, mac: nope}\n", 2, "arp[0].mac",
      "expected a MAC address"},
     {"missing via set", kMissingViaSet.c_str(), 4, "routes[1].viaSet",
@@ -185,13 +188,16 @@ const BadCase kBadCases[] = {
     {"label out of range", kBadLabel.c_str(), 3, "routes[0].label", "from 0 to 1048575"},
     {"reversed range", kReversed.c_str(), 3, "routes[0].labels", "FIRST <= LAST"},
     {"overlapping routes", kOverlap.c_str(), 4, "routes", "route 15 is defined twice"},
-    {"via set defined twice", "viaSets:\n  - {id: 1, type: mplsIp, vias: []}\n  - {id: 1, type: vlan, vias: []}\n",
-     3, "viaSets[1].id", "defined twice"},
+    {"via set defined twice",
+     "viaSets:\n  - {id: 1, type: mplsIp, vias: []}\n  - {id: 1, type: vlan, vias: []}\n", 3,
+     "viaSets[1].id", "defined twice"},
     {"backup that does not exist", "viaSets:\n  - {id: 1, type: mplsIp, backup: 2, vias: []}\n", 2,
      "viaSets[0].backup", "expected the id of a via set"},
     {"unknown via type", "viaSets:\n  - {id: 1, type: carrierPigeon, vias: []}\n", 2,
      "viaSets[0].type", "expected mplsIp"},
-    {"bad action", "viaSets:\n  - {id: 1, type: mplsIp, vias: [{nexthop: 1.1.1.1, interface: Ethernet1, action: twist}]}\n",
+    {"bad action",
+     "viaSets:\n  - {id: 1, type: mplsIp, vias: [{nexthop: 1.1.1.1, interface: Ethernet1, action: "
+     "twist}]}\n",
      2, "viaSets[0].vias[0].action", "expected push, pop or swap"},
     {"mediated mode", "mode: mediated\n", 1, "mode", "mediated mode is not supported yet"},
     {"pseudowire routes", "pwRoutes:\n  - {label: 5000, viaSet: 6}\n", 1, "pwRoutes",
@@ -210,7 +216,8 @@ const BadCase kBadCases[] = {
     {"a step doing nothing", "steps:\n  - {at: 2}\n", 2, "steps[0]", "expected one of set"},
     {"restart of something else", "steps:\n  - {at: 2, restart: driver}\n", 2, "steps[0].restart",
      "expected agent"},
-    {"a via set changing type", kTypeChange.c_str(), 4, "steps[0].set.viaSets[0]", "keeps its type"},
+    {"a via set changing type", kTypeChange.c_str(), 4, "steps[0].set.viaSets[0]",
+     "keeps its type"},
     {"a routed port without its VLAN", "interfaces:\n  - {name: Ethernet1}\n", 2,
      "interfaces[0].vlan", "missing"},
     {"a VLAN interface on another VLAN", "interfaces:\n  - {name: Vlan100, vlan: 200}\n", 2,
