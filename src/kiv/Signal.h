@@ -93,12 +93,19 @@ class Signal : public SignalBase {
 
    void operator()(const Args&... args) {
       if (live_ == 0) return;
-      ++emitting_;
+      // A slot may throw (an internal error stops the agent): the emission
+      // still ends, so disconnected slots are still swept afterwards.
+      struct Emission {
+         Signal* signal;
+         explicit Emission(Signal* s) : signal(s) { ++signal->emitting_; }
+         ~Emission() {
+            if (--signal->emitting_ == 0 && signal->live_ != signal->slots_.size()) signal->sweep();
+         }
+      } emission(this);
       // Index loop: slots connected during emission are appended and also run.
       for (size_t i = 0; i < slots_.size(); ++i) {
          if (auto* s = static_cast<Slot*>(slots_[i])) s->fn(args...);
       }
-      if (--emitting_ == 0 && live_ != slots_.size()) sweep();
    }
 };
 
