@@ -83,7 +83,7 @@ int play(const RunArgs& args, const Sim::Scenario& scenario, const std::string& 
   options.progress = printProgress;
   Sim::ScenarioRunner runner(scenario, &scheduler, options);
   runner.run();
-  Sim::Report report = Sim::reportOf(runner.sim(), runner.elapsed());
+  Sim::Report report = Sim::reportOf(runner.sim(), runner.origin());
   int status = 0;
   if (!args.jsonOut.empty()) {
     if (!writeJson(args.jsonOut, report, runner.settled())) {

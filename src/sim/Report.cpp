@@ -166,10 +166,10 @@ Report reportOf(const HwTables& tables) {
   return report;
 }
 
-Report reportOf(const SimSwitch& sim, double endTime) {
+Report reportOf(const SimSwitch& sim, double origin) {
   HwTables tables(sim.prefix(), sim.scheduler());
   Report report;
-  report.endTime = endTime;
+  report.endTime = sim.scheduler()->now() - origin;
   auto published = sim.korba().entityAs<Mpls::Hardware::Status>(kHwMplsStatusPath);
   std::vector<Mpls::RouteKey> keys = tableKeys(tables);
   if (published) {
@@ -202,7 +202,7 @@ Report reportOf(const SimSwitch& sim, double endTime) {
                           {"proactiveArpUnresolved", sim.proactiveArp().unresolved()},
                           {"agentStarts", sim.agent().starts()}});
   for (const Qel::SysLog::Entry& entry : Qel::SysLog::instance().entries()) {
-    report.logs.push_back(LogRow{entry.time, entry.name, entry.text});
+    report.logs.push_back(LogRow{entry.time - origin, entry.name, entry.text});
   }
   return report;
 }

@@ -69,9 +69,9 @@ struct Report {
   std::vector<std::pair<std::string, uint64_t>> counters;
 };
 
-// The final state of a simulation, with the library's published view;
-// `endTime` is the time the run took.
-Report reportOf(const SimSwitch& sim, double endTime);
+// The final state of a simulation, with the library's published view; times
+// are counted from `origin` on the simulation's clock.
+Report reportOf(const SimSwitch& sim, double origin);
 // What the shared-memory tables of a prefix hold.
 Report reportOf(const HwTables& tables);
 

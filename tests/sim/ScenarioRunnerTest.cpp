@@ -31,7 +31,7 @@ class ScenarioRunnerTest : public ::testing::Test {
     options.prefix = prefix_.str();
     runner_ = std::make_unique<ScenarioRunner>(scenario_, &scheduler_, options);
     runner_->run();
-    return reportOf(runner_->sim(), runner_->elapsed());
+    return reportOf(runner_->sim(), runner_->origin());
   }
   const RouteRow* row(const Report& report, uint32_t label) const {
     for (const RouteRow& r : report.routes) {
