@@ -247,6 +247,10 @@ void MplsBaseSm::startProcessing() {
     mplsHwCollectionConfig()->mplsHwRouteDelAll();
     mplsHwCollectionConfig()->l2AdjacencyDelAll();
     routingHwMplsStatus()->routeDelAll();
+    // Indexes start again from 1: a published layer-2 adjacency of the
+    // previous run would be taken for a new one of the same index, and one
+    // of an index not reached again would stay for ever.
+    routingHwMplsStatus()->l2AdjacencyDelAll();
     lfibHwStatus()->unprogrammedRouteDelAll();
     lfibHwStatus()->viaSetDelAll();
   }
@@ -444,7 +448,9 @@ void MplsBaseSm::handleLFibRoute(const Mpls::RouteKey& routeKey) {
   }
   Mpls::LfibRoute lfibRoute = transitLfib()->route(routeKey);
   if (!lfibRoute) {
-    if (!mplsIpRouteKeyHas(routeKey)) {
+    // A route that turned unsupported left mplsIpRouteKey but kept its state
+    // and hardware record: its deletion still has to remove them.
+    if (!mplsIpRouteKeyHas(routeKey) && !mplsState()->routeHas(routeKey)) {
       PELLET_TRACE(trace_, kTraceRoute, "Ignoring LFIB route {}", routeKey);
       return;
     }

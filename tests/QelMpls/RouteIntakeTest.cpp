@@ -75,11 +75,16 @@ TEST_F(RouteIntake, aDeletionOfARouteNeverAcceptedIsIgnoredAndQueuesNothing) {
   EXPECT_EQ(sm()->reviewCount(), passes);
 }
 
-TEST_F(RouteIntake, aRouteThatTurnsUnsupportedLeavesTheSupportedRoutes) {
+TEST_F(RouteIntake, aRouteThatTurnsUnsupportedAndIsThenDeletedLeavesNothingBehind) {
   programRoute100OnViaSet1();
   routeIs(100, 9, Mpls::LfibViaType::viaTypeIpLookup);
   settle();
   EXPECT_FALSE(sm()->mplsIpRouteKeyHas(key(100)));
+
+  routeDel(100);
+  settle();
+  EXPECT_FALSE(isPublished(100));
+  expectNoRouteResourcesLeft();
 }
 
 TEST_F(RouteIntake, aRouteThatTurnsUnsupportedWhileQueuedIsTakenOffReview) {

@@ -58,6 +58,26 @@ TEST_F(StartupRecovery, coldStartEmptiesTheHardwareTablesBeforeAnyRouteIsProgram
   EXPECT_EQ(published(101).state, Mpls::Hardware::RouteState::routeStateProgrammed);
 }
 
+TEST_F(StartupRecovery, coldStartLeavesNoPublishedAdjacencyOfThePreviousRun) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 300}});
+  routeIs(100, 1);
+  routeIs(101, 2);
+  settle();
+  ASSERT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), 2u);
+  stopCore();
+  routeDel(101);
+
+  restartCore<Qel::MplsRouteAndDirectAdjSm>();
+  settle();
+  EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), state()->l3Adjacencys());
+  EXPECT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), state()->l2Adjacencys());
+
+  routeDel(100);
+  settle();
+  expectNoRouteResourcesLeft();
+}
+
 TEST_F(StartupRecovery, recoveryKeepsTheHardwareTablesAndDeletesAStaleRouteOnceAtSyncDone) {
   programFirstRun();
   stopCore();
