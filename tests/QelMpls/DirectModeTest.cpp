@@ -13,7 +13,6 @@ class DirectMode : public SwitchFixture {
   void SetUp() override {
     interfaceIs("Ethernet1", 1006);
     interfaceIs("Ethernet2", 1007);
-    interfaceIs("Vlan100", 100, false);
     arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
     arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
     startAgent();
@@ -34,20 +33,6 @@ TEST_F(DirectMode, routeIsProgrammedAndPublishedAfterTheDriverAnswers) {
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
 }
 
-TEST_F(DirectMode, adjacenciesOfDifferentViaSetsShareOneLayer2RecordForTheSameVias) {
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 200}});
-  routeIs(100, 1);
-  routeIs(101, 2);
-  routeIs(102, 2);
-  settle();
-  EXPECT_EQ(state()->l3Adjacencys(), 2u);
-  EXPECT_EQ(state()->l2Adjacencys(), 1u);
-  EXPECT_EQ(hwL2Adjacencies(), 1u);
-  EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
-  EXPECT_EQ(hwRoute(101).l2AdjId(), hwRoute(102).l2AdjId());
-}
-
 TEST_F(DirectMode, lastRouteGoneReleasesAdjacenciesNextHopsAndRecords) {
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.1.2", "Ethernet2", 300}});
   routeIs(100, 1);
@@ -66,42 +51,6 @@ TEST_F(DirectMode, lastRouteGoneReleasesAdjacenciesNextHopsAndRecords) {
   EXPECT_EQ(state()->mplsNextHops(), 0u);
   EXPECT_EQ(root->proactiveArpNexthop()->requests(), 0u);
   EXPECT_FALSE(isPublished(100));
-}
-
-TEST_F(DirectMode, unresolvedNextHopLeavesRouteUnprogrammedUntilArpAnswers) {
-  mplsViaSetIs(1, {{"10.0.9.9", "Ethernet1", 200}});
-  routeIs(100, 1);
-  settle();
-  EXPECT_FALSE(hwRoute(100));
-  EXPECT_EQ(published(100).state, RouteState::routeStateUnprogrammed);
-  EXPECT_EQ(published(100).unprogrammedReason,
-            static_cast<uint32_t>(Qel::UnprogrammedReason::unprogrammedReasonNexthopUnresolved));
-
-  arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:09");
-  settle();
-  EXPECT_TRUE(hwRoute(100));
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-}
-
-TEST_F(DirectMode, macMoveBehindVlanInterfaceRewritesTheLayer2Record) {
-  arpIs("10.0.2.2", "Vlan100", "00:00:5e:00:53:03");
-  fdbIs(100, "00:00:5e:00:53:03", "Ethernet3");
-  mplsViaSetIs(1, {{"10.0.2.2", "Vlan100", 200}});
-  routeIs(100, 1);
-  settle();
-  uint64_t before = hwRoute(100).l2AdjId();
-  ASSERT_NE(before, Vosh::Qel::kAllOnes);
-  EXPECT_EQ(hwL2(before).l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).intf,
-            Bexo::IntfId::fromString("Ethernet3"));
-
-  fdbIs(100, "00:00:5e:00:53:03", "Ethernet4");
-  settle();
-  uint64_t after = hwRoute(100).l2AdjId();
-  EXPECT_NE(after, before);
-  EXPECT_EQ(hwL2(after).l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).intf,
-            Bexo::IntfId::fromString("Ethernet4"));
-  EXPECT_FALSE(hwL2(before)) << "the old layer-2 record is deleted once no route uses it";
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
 }
 
 TEST_F(DirectMode, externalFecViaSetsAreNeverProgrammed) {

@@ -29,6 +29,20 @@ class L2Adjacencies : public SwitchFixture {
   Bexo::EthAddr macOf(uint32_t label) const { return l2Of(label).l2Via(MplsHwL2ViaIndex(0)).mac; }
 };
 
+TEST_F(L2Adjacencies, adjacenciesOfDifferentViaSetsShareOneRecordForTheSameResolvedVias) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  routeIs(101, 2);
+  routeIs(102, 2);
+  settle();
+  EXPECT_EQ(state()->l3Adjacencys(), 2u);
+  EXPECT_EQ(state()->l2Adjacencys(), 1u);
+  EXPECT_EQ(hwL2Adjacencies(), 1u);
+  EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
+  EXPECT_EQ(hwRoute(101).l2AdjId(), hwRoute(102).l2AdjId());
+}
+
 TEST_F(L2Adjacencies, anArpChangeRereviewsExactlyTheAdjacenciesOfThatNextHop) {
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
   mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 201}});
@@ -60,6 +74,8 @@ TEST_F(L2Adjacencies, aMacMoveRereviewsExactlyTheAdjacenciesBehindThatMac) {
   routeIs(101, 2);
   settle();
   Vosh::Qel::MplsHwRouteConfig untouched = hwRoute(101);
+  uint64_t moved = hwRoute(100).l2AdjId();
+  ASSERT_EQ(l2Of(100).l2Via(MplsHwL2ViaIndex(0)).intf, Bexo::IntfId::fromString("Ethernet3"));
   uint64_t adjacenciesReviewed = state()->l3AdjReviewed();
 
   fdbIs(100, "00:00:5e:00:53:03", "Ethernet4");
@@ -68,8 +84,10 @@ TEST_F(L2Adjacencies, aMacMoveRereviewsExactlyTheAdjacenciesBehindThatMac) {
 
   settle();
   EXPECT_EQ(l2Of(100).l2Via(MplsHwL2ViaIndex(0)).intf, Bexo::IntfId::fromString("Ethernet4"));
+  EXPECT_FALSE(hwL2(moved)) << "the old record is deleted once no route uses it";
   EXPECT_EQ(hwRoute(101), untouched);
   EXPECT_EQ(hwL2Adjacencies(), 2u);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
 }
 
 TEST_F(L2Adjacencies, anArpEntryForAnUnknownNextHopIsIgnored) {
@@ -115,6 +133,8 @@ TEST_F(L2Adjacencies, routesOfAnUnresolvedAdjacencyWaitWithoutARecordUntilArpAns
   EXPECT_FALSE(hwRoute(101));
   EXPECT_EQ(hwL2Adjacencies(), 0u);
   EXPECT_EQ(published(101).state, RouteState::routeStateUnprogrammed);
+  EXPECT_EQ(published(101).unprogrammedReason,
+            static_cast<uint32_t>(Qel::UnprogrammedReason::unprogrammedReasonNexthopUnresolved));
 
   arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:09");
   settle();
