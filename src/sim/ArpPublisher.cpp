@@ -8,9 +8,9 @@ ArpPublisher::ArpPublisher(Vosh::EntityManager& em) {
   table_->arpEntryDelAll();
 }
 
-void ArpPublisher::neighbourIs(const ArpSpec& spec) {
-  neighbours_[spec.key] = spec.mac;
-  if (resolving_.contains(spec.key)) publish(spec.key);
+void ArpPublisher::neighbourIs(const ArpSpec& given) {
+  neighbours_[given.key] = given.mac;
+  if (resolving_.contains(given.key)) publish(given.key);
 }
 
 void ArpPublisher::neighbourDel(const Arp::Table::ArpKey& key) {

@@ -25,7 +25,7 @@ class ArpPublisher {
   // is dropped, as a restarted ARP agent starts from nothing.
   explicit ArpPublisher(Vosh::EntityManager& em);
 
-  void neighbourIs(const ArpSpec& spec);
+  void neighbourIs(const ArpSpec& given);
   void neighbourDel(const Arp::Table::ArpKey& key);
   // Resolves an address from now on; false while no neighbour answers it.
   bool resolve(const Arp::Table::ArpKey& key);

@@ -18,8 +18,8 @@ class FdbPublisher {
   // as a bridging agent that starts again relearns its table.
   explicit FdbPublisher(Vosh::EntityManager& em);
 
-  void hostIs(const FdbSpec& spec) {
-    table_->hostEntryIs(Bridging::HostEntry{spec.key, spec.port});
+  void hostIs(const FdbSpec& given) {
+    table_->hostEntryIs(Bridging::HostEntry{given.key, given.port});
   }
   void hostDel(const Bridging::HostKey& key) { table_->hostEntryDel(key); }
   const Vosh::Bridging::Status& table() const { return *table_; }

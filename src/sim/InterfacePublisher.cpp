@@ -7,8 +7,8 @@ InterfacePublisher::InterfacePublisher(Korba::EntityManager& korba)
   korba.entityIs(kPath, QelL3Intf::Table::kTypeName, table_);
 }
 
-void InterfacePublisher::interfaceIs(const InterfaceSpec& spec) {
-  table_->intfIdToL3IdIs(spec.name, QelL3Intf::L3Id{spec.vlan, spec.hwSupported, spec.routedPort});
+void InterfacePublisher::interfaceIs(const InterfaceSpec& given) {
+  table_->intfIdToL3IdIs(given.name, QelL3Intf::L3Id{given.vlan, given.hwSupported, given.routedPort});
 }
 
 void InterfacePublisher::interfaceDel(Bexo::IntfId name) { table_->intfIdToL3IdDel(name); }

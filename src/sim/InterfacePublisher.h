@@ -16,7 +16,7 @@ class InterfacePublisher {
 
   explicit InterfacePublisher(Korba::EntityManager& korba);
 
-  void interfaceIs(const InterfaceSpec& spec);
+  void interfaceIs(const InterfaceSpec& given);
   void interfaceDel(Bexo::IntfId name);
   const QelL3Intf::Table& table() const { return *table_; }
 

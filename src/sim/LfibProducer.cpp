@@ -39,36 +39,36 @@ LfibProducer::LfibProducer(Vosh::EntityManager& em, Korba::EntityManager& korba)
 void LfibProducer::viaSetsIs(const std::vector<ViaSetSpec>& viaSets) {
   // Vias a replaced set no longer lists go once the set stops listing them.
   std::vector<std::pair<ViaSetSpec, uint32_t>> surplus;
-  for (const ViaSetSpec& spec : viaSets) {
-    auto old = viaSets_.find(spec.id);
-    if (old != viaSets_.end() && old->second.vias.size() > spec.vias.size()) {
-      surplus.emplace_back(old->second, static_cast<uint32_t>(spec.vias.size()));
+  for (const ViaSetSpec& given : viaSets) {
+    auto old = viaSets_.find(given.id);
+    if (old != viaSets_.end() && old->second.vias.size() > given.vias.size()) {
+      surplus.emplace_back(old->second, static_cast<uint32_t>(given.vias.size()));
     }
-    viaSets_[spec.id] = spec;
-    writeVias(spec);
+    viaSets_[given.id] = given;
+    writeVias(given);
   }
-  for (const ViaSetSpec& spec : viaSets) lfib_->viaSetIs(viaSetRecord(spec));
+  for (const ViaSetSpec& given : viaSets) lfib_->viaSetIs(viaSetRecord(given));
   for (const auto& [old, from] : surplus) deleteVias(old, from);
 }
 
-Mpls::LfibViaSet LfibProducer::viaSetRecord(const ViaSetSpec& spec) const {
-  Mpls::LfibViaSet record(spec.key());
-  for (uint32_t i = 0; i < spec.vias.size(); ++i) {
-    record.viaKeyIs(Mpls::LfibViaIndexRange(i), spec.viaKey(i));
+Mpls::LfibViaSet LfibProducer::viaSetRecord(const ViaSetSpec& given) const {
+  Mpls::LfibViaSet record(given.key());
+  for (uint32_t i = 0; i < given.vias.size(); ++i) {
+    record.viaKeyIs(Mpls::LfibViaIndexRange(i), given.viaKey(i));
   }
-  record.usableAsPrimaryViasIs(spec.usableAsPrimary);
-  if (spec.backup != 0) {
-    auto backup = viaSets_.find(spec.backup);
+  record.usableAsPrimaryViasIs(given.usableAsPrimary);
+  if (given.backup != 0) {
+    auto backup = viaSets_.find(given.backup);
     if (backup != viaSets_.end()) record.backupViaSetKeyIs(backup->second.key());
   }
   return record;
 }
 
-void LfibProducer::writeVias(const ViaSetSpec& spec) {
-  for (uint32_t i = 0; i < spec.vias.size(); ++i) {
-    const ViaSpec& via = spec.vias[i];
-    const Mpls::LfibViaKey key = spec.viaKey(i);
-    switch (spec.type) {
+void LfibProducer::writeVias(const ViaSetSpec& given) {
+  for (uint32_t i = 0; i < given.vias.size(); ++i) {
+    const ViaSpec& via = given.vias[i];
+    const Mpls::LfibViaKey key = given.viaKey(i);
+    switch (given.type) {
       case T::viaTypeMplsIp:
         lfib_->mplsViaIs(Mpls::LfibMplsVia{key, via.labelOperation, via.intf, via.nextHop,
                                            via.payload, via.weight});
@@ -82,7 +82,7 @@ void LfibProducer::writeVias(const ViaSetSpec& spec) {
       case T::viaTypeVlan:
       case T::viaTypeEvpnVlanFlood:
         lfib_->vlanViaIs(key,
-                         Mpls::LfibVlanVia{key, via.vlan, spec.type == T::viaTypeEvpnVlanFlood});
+                         Mpls::LfibVlanVia{key, via.vlan, given.type == T::viaTypeEvpnVlanFlood});
         break;
       case T::viaTypeMplsPseudowire:
         lfib_->pwViaIs(key, Mpls::LfibPwVia{key, via.pwIntf});
@@ -93,9 +93,9 @@ void LfibProducer::writeVias(const ViaSetSpec& spec) {
   }
 }
 
-// The vias of `spec` from position `from` on.
-void LfibProducer::deleteVias(const ViaSetSpec& spec, uint32_t from) {
-  for (uint32_t i = from; i < spec.vias.size(); ++i) deleteVia(spec.type, spec.viaKey(i));
+// The vias of `given` from position `from` on.
+void LfibProducer::deleteVias(const ViaSetSpec& given, uint32_t from) {
+  for (uint32_t i = from; i < given.vias.size(); ++i) deleteVia(given.type, given.viaKey(i));
 }
 
 void LfibProducer::deleteVia(Mpls::LfibViaType type, const Mpls::LfibViaKey& key) {

@@ -41,10 +41,10 @@ class LfibProducer {
   uint64_t routes() const { return lfib_->routes(); }
 
  private:
-  void writeVias(const ViaSetSpec& spec);
-  void deleteVias(const ViaSetSpec& spec, uint32_t from);
+  void writeVias(const ViaSetSpec& given);
+  void deleteVias(const ViaSetSpec& given, uint32_t from);
   void deleteVia(Mpls::LfibViaType type, const Mpls::LfibViaKey& key);
-  Mpls::LfibViaSet viaSetRecord(const ViaSetSpec& spec) const;
+  Mpls::LfibViaSet viaSetRecord(const ViaSetSpec& given) const;
 
   Kiv::Ptr<Mpls::LfibStatus> lfib_;
   Kiv::Ptr<Mpls::LfibInfo> lfibInfo_;

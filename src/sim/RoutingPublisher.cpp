@@ -9,11 +9,11 @@ RoutingPublisher::RoutingPublisher(Korba::EntityManager& korba)
   korba.entityIs(kRouteStatusPath, Routing::Hardware::RouteStatus::kTypeName, routeStatus_);
 }
 
-void RoutingPublisher::routingIs(const RoutingSpec& spec) {
-  if (spec.allowDefaultRoute) {
-    routingInfo_->nexthopResolutionAllowDefaultRouteIs(*spec.allowDefaultRoute);
+void RoutingPublisher::routingIs(const RoutingSpec& given) {
+  if (given.allowDefaultRoute) {
+    routingInfo_->nexthopResolutionAllowDefaultRouteIs(*given.allowDefaultRoute);
   }
-  if (spec.mpls) routingInfo_->mplsRoutingIs(*spec.mpls);
+  if (given.mpls) routingInfo_->mplsRoutingIs(*given.mpls);
 }
 
 }  // namespace Sim

@@ -20,7 +20,7 @@ class RoutingPublisher {
 
   explicit RoutingPublisher(Korba::EntityManager& korba);
 
-  void routingIs(const RoutingSpec& spec);
+  void routingIs(const RoutingSpec& given);
   void vrfIs(const std::string& name) { routeStatus_->vrfStatusIs(name, true); }
   void vrfDel(const std::string& name) { routeStatus_->vrfStatusDel(name); }
   const Mpls::RoutingInfo& routingInfo() const { return *routingInfo_; }

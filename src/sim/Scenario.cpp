@@ -6,12 +6,12 @@ Mpls::LfibViaKey ViaSetSpec::viaKey(uint32_t position) const {
   return Mpls::LfibViaKey(type, id * Mpls::kMaxViasPerSet + position);
 }
 
-void DriverConfig::apply(const DriverSpec& spec) {
-  if (spec.routeCapacity) routeCapacity = *spec.routeCapacity;
-  if (spec.l2AdjCapacity) l2AdjCapacity = *spec.l2AdjCapacity;
-  if (spec.answerDelay) answerDelay = *spec.answerDelay;
-  if (spec.answer) answer = *spec.answer;
-  if (spec.failLabels) failLabels = *spec.failLabels;
+void DriverConfig::apply(const DriverSpec& given) {
+  if (given.routeCapacity) routeCapacity = *given.routeCapacity;
+  if (given.l2AdjCapacity) l2AdjCapacity = *given.l2AdjCapacity;
+  if (given.answerDelay) answerDelay = *given.answerDelay;
+  if (given.answer) answer = *given.answer;
+  if (given.failLabels) failLabels = *given.failLabels;
 }
 
 }  // namespace Sim

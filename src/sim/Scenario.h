@@ -134,7 +134,7 @@ struct DriverConfig {
   bool answer = true;
   std::set<uint32_t> failLabels;
 
-  void apply(const DriverSpec& spec);
+  void apply(const DriverSpec& given);
   friend bool operator==(const DriverConfig&, const DriverConfig&) = default;
 };
 

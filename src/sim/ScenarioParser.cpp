@@ -75,9 +75,9 @@ class Parser {
                     "pseudowires", "viaSets", "routes", "pwRoutes", "platform", "steps", "expect"});
     if (auto mode = root.find("mode")) parseMode(*mode);
     if (auto routing = root.find("routing")) {
-      RoutingSpec spec = parseRouting(*routing);
-      scenario_.mplsRouting = spec.mpls.value_or(true);
-      scenario_.allowDefaultRoute = spec.allowDefaultRoute.value_or(false);
+      RoutingSpec given = parseRouting(*routing);
+      scenario_.mplsRouting = given.mpls.value_or(true);
+      scenario_.allowDefaultRoute = given.allowDefaultRoute.value_or(false);
     }
     scenario_.inputs = parseSections(root, /*initial=*/true);
     if (auto platform = root.find("platform")) {
@@ -103,10 +103,10 @@ class Parser {
 
   static RoutingSpec parseRouting(const YamlNode& node) {
     node.checkKeys({"mpls", "allowDefaultRoute"});
-    RoutingSpec spec;
-    if (auto v = node.find("mpls")) spec.mpls = v->asBool();
-    if (auto v = node.find("allowDefaultRoute")) spec.allowDefaultRoute = v->asBool();
-    return spec;
+    RoutingSpec given;
+    if (auto v = node.find("mpls")) given.mpls = v->asBool();
+    if (auto v = node.find("allowDefaultRoute")) given.allowDefaultRoute = v->asBool();
+    return given;
   }
 
   // The input sections of the top level or of a `set` step.
@@ -216,42 +216,42 @@ class Parser {
   static InterfaceSpec parseInterface(const YamlNode& node) {
     node.checkKeys({"name", "vlan", "hwSupported"});
     YamlNode nameNode = node.require("name");
-    InterfaceSpec spec;
-    spec.name = nameNode.asIntf();
-    if (auto v = node.find("hwSupported")) spec.hwSupported = v->asBool();
+    InterfaceSpec given;
+    given.name = nameNode.asIntf();
+    if (auto v = node.find("hwSupported")) given.hwSupported = v->asBool();
     std::optional<YamlNode> vlan = node.find("vlan");
-    if (spec.name.isVlan()) {
-      spec.vlan = spec.name.vlanId();
-      if (vlan && parseVlan(*vlan) != spec.vlan) {
-        vlan->expected(fmt::format("the VLAN of {} ({}) or nothing", spec.name, spec.vlan));
+    if (given.name.isVlan()) {
+      given.vlan = given.name.vlanId();
+      if (vlan && parseVlan(*vlan) != given.vlan) {
+        vlan->expected(fmt::format("the VLAN of {} ({}) or nothing", given.name, given.vlan));
       }
-    } else if (spec.name.isEthernet()) {
+    } else if (given.name.isEthernet()) {
       if (!vlan) {
         throw ScenarioError(node.file(), node.line(), node.key() + ".vlan",
                             "missing (a routed port needs its internal VLAN)");
       }
-      spec.vlan = parseVlan(*vlan);
-      spec.routedPort = true;
+      given.vlan = parseVlan(*vlan);
+      given.routedPort = true;
     } else {
       nameNode.expected("an Ethernet port or a Vlan interface");
     }
-    return spec;
+    return given;
   }
 
   static ArpSpec parseArp(const YamlNode& node) {
     node.checkKeys({"ip", "interface", "mac"});
-    ArpSpec spec;
-    spec.key = Arp::Table::ArpKey(node.require("ip").asIp(), node.require("interface").asIntf());
-    spec.mac = node.require("mac").asMac();
-    return spec;
+    ArpSpec given;
+    given.key = Arp::Table::ArpKey(node.require("ip").asIp(), node.require("interface").asIntf());
+    given.mac = node.require("mac").asMac();
+    return given;
   }
 
   static FdbSpec parseFdb(const YamlNode& node) {
     node.checkKeys({"vlan", "mac", "port"});
-    FdbSpec spec;
-    spec.key = Bridging::HostKey(parseVlan(node.require("vlan")), node.require("mac").asMac());
-    spec.port = node.require("port").asIntf();
-    return spec;
+    FdbSpec given;
+    given.key = Bridging::HostKey(parseVlan(node.require("vlan")), node.require("mac").asMac());
+    given.port = node.require("port").asIntf();
+    return given;
   }
 
   static void checkUniqueViaSet(const std::vector<ViaSetSpec>& earlier, const ViaSetSpec& viaSet,
@@ -264,8 +264,8 @@ class Parser {
 
   ViaSetSpec parseViaSet(const YamlNode& node) {
     node.checkKeys({"id", "type", "backup", "usableAsPrimary", "vias"});
-    ViaSetSpec spec;
-    spec.id = parseViaSetId(node.require("id"));
+    ViaSetSpec given;
+    given.id = parseViaSetId(node.require("id"));
     YamlNode typeNode = node.require("type");
     auto type = viaTypeNames().find(typeNode.text());
     if (type == viaTypeNames().end()) {
@@ -273,16 +273,16 @@ class Parser {
           "mplsIp, externalFec, ipLookup, vlan, evpnVlanFlood, evpnVlanAware, "
           "evpnVlanAwareFlood or mplsPseudowire");
     }
-    spec.type = type->second;
+    given.type = type->second;
     if (auto v = node.find("backup")) {
-      spec.backup = parseViaSetId(*v);
-      if (spec.backup == spec.id) v->expected("the id of another via set");
+      given.backup = parseViaSetId(*v);
+      if (given.backup == given.id) v->expected("the id of another via set");
     }
-    if (auto v = node.find("usableAsPrimary")) spec.usableAsPrimary = v->asBool();
+    if (auto v = node.find("usableAsPrimary")) given.usableAsPrimary = v->asBool();
     std::vector<YamlNode> vias = node.require("vias").items();
     if (vias.size() > Mpls::kMaxViasPerSet) node.require("vias").expected("at most 128 vias");
-    for (const YamlNode& via : vias) spec.vias.push_back(parseVia(via, spec.type));
-    return spec;
+    for (const YamlNode& via : vias) given.vias.push_back(parseVia(via, given.type));
+    return given;
   }
 
   static ViaSpec parseVia(const YamlNode& node, Mpls::LfibViaType type) {
@@ -416,27 +416,27 @@ class Parser {
     if (auto v = node.find("fecAllocator")) refuseUnsupported(*v, "the FEC allocator");
     if (auto v = node.find("mcastProgrammer")) refuseUnsupported(*v, "the multicast programmer");
     if (auto v = node.find("decapHelper")) refuseUnsupported(*v, "the decapsulation helper");
-    DriverSpec spec;
+    DriverSpec given;
     std::optional<YamlNode> driver = node.find("driver");
-    if (!driver || driver->isNull()) return spec;
+    if (!driver || driver->isNull()) return given;
     driver->checkKeys({"routeCapacity", "l2AdjCapacity", "answerDelay", "answer", "fail"});
     if (auto v = driver->find("routeCapacity")) {
-      spec.routeCapacity = v->asUint(0, UINT64_MAX, "a number of routes");
+      given.routeCapacity = v->asUint(0, UINT64_MAX, "a number of routes");
     }
     if (auto v = driver->find("l2AdjCapacity")) {
-      spec.l2AdjCapacity = v->asUint(0, UINT64_MAX, "a number of layer-2 adjacencies");
+      given.l2AdjCapacity = v->asUint(0, UINT64_MAX, "a number of layer-2 adjacencies");
     }
-    if (auto v = driver->find("answerDelay")) spec.answerDelay = v->asSeconds();
-    if (auto v = driver->find("answer")) spec.answer = v->asBool();
+    if (auto v = driver->find("answerDelay")) given.answerDelay = v->asSeconds();
+    if (auto v = driver->find("answer")) given.answer = v->asBool();
     if (auto fail = driver->find("fail")) {
       fail->checkKeys({"labels"});
       std::set<uint32_t> labels;
       if (auto v = fail->find("labels")) {
         for (const YamlNode& label : v->items()) labels.insert(label.asLabel());
       }
-      spec.failLabels = std::move(labels);
+      given.failLabels = std::move(labels);
     }
-    return spec;
+    return given;
   }
 
   void parseSteps(const YamlNode& node) {

@@ -35,9 +35,9 @@ SimSwitch::~SimSwitch() { agent_.stop(); }
 
 void SimSwitch::inputsIs(const InputSections& inputs) {
   for (const std::string& vrf : inputs.vrfs) routing_.vrfIs(vrf);
-  for (const InterfaceSpec& spec : inputs.interfaces) interfaces_.interfaceIs(spec);
-  for (const ArpSpec& spec : inputs.arp) arp_.neighbourIs(spec);
-  for (const FdbSpec& spec : inputs.fdb) fdb_.hostIs(spec);
+  for (const InterfaceSpec& given : inputs.interfaces) interfaces_.interfaceIs(given);
+  for (const ArpSpec& given : inputs.arp) arp_.neighbourIs(given);
+  for (const FdbSpec& given : inputs.fdb) fdb_.hostIs(given);
   if (!inputs.viaSets.empty()) lfib_.viaSetsIs(inputs.viaSets);
   for (const RouteRange& range : inputs.routes) lfib_.routesIs(range);
 }
@@ -51,8 +51,8 @@ void SimSwitch::inputsDel(const InputKeys& keys) {
   for (const std::string& vrf : keys.vrfs) routing_.vrfDel(vrf);
 }
 
-void SimSwitch::driverConfigIs(const DriverSpec& spec) {
-  driverConfig_.apply(spec);
+void SimSwitch::driverConfigIs(const DriverSpec& given) {
+  driverConfig_.apply(given);
   if (driver_) driver_->driverConfigIs(driverConfig_);
 }
 

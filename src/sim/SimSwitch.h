@@ -52,7 +52,7 @@ class SimSwitch {
   void inputsIs(const InputSections& inputs);
   void inputsDel(const InputKeys& keys);
   void routingIs(const RoutingSpec& routing) { routing_.routingIs(routing); }
-  void driverConfigIs(const DriverSpec& spec);
+  void driverConfigIs(const DriverSpec& given);
   void lfibQuiescedIs(bool quiesced) { lfib_.quiescedIs(quiesced); }
 
   // Whether the driver's status table exists; the agent cannot start before.

@@ -45,14 +45,14 @@ std::vector<CollectionSpec> wantedSpecs(const std::vector<CollectionDecl>& decls
   std::vector<CollectionSpec> wanted;
   wanted.reserve(decls.size());
   for (const CollectionDecl& d : decls) {
-    CollectionSpec spec{d.name, RecordShape{}, d.initialCapacity,
+    CollectionSpec given{d.name, RecordShape{}, d.initialCapacity,
                         roundUpToPowerOfTwo(std::max(d.changeRingSize, 1u))};
     for (const CollectionSpec& e : existing) {
       if (e.name != d.name || e.shape.kind == RecordKind::untyped) continue;
-      spec.shape = e.shape;
-      spec.capacity = std::max(spec.capacity, e.capacity);
+      given.shape = e.shape;
+      given.capacity = std::max(given.capacity, e.capacity);
     }
-    wanted.push_back(spec);
+    wanted.push_back(given);
   }
   return wanted;
 }
@@ -220,9 +220,9 @@ std::unique_ptr<Segment> Mount::makeGeneration(uint32_t generation,
   segmentFormat(segment->data(), specs, path_, generation);
   if (segment_) {
     CollectionHeader* to = collectionHeaders(segment->data());
-    for (const CollectionSpec& spec : specs) {
-      const CollectionHeader* from = findCollection(base(), spec.name);
-      if (from && from->kind != RecordKind::untyped && recordShape(*from) == spec.shape) {
+    for (const CollectionSpec& given : specs) {
+      const CollectionHeader* from = findCollection(base(), given.name);
+      if (from && from->kind != RecordKind::untyped && recordShape(*from) == given.shape) {
         copyCollection(base(), *from, segment->data(), *to);
       }
       ++to;

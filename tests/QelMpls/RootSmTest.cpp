@@ -125,9 +125,9 @@ class RootFixture : public ::testing::Test {
     auto segment = Vosh::Segment::open(agentShm->segmentName(path), false);
     std::vector<std::string> names;
     if (!segment) return names;
-    for (const Vosh::CollectionSpec& spec : Vosh::collectionSpecs(segment->data())) {
-      EXPECT_EQ(spec.capacity, 1024u) << path << " " << spec.name;
-      names.push_back(spec.name);
+    for (const Vosh::CollectionSpec& given : Vosh::collectionSpecs(segment->data())) {
+      EXPECT_EQ(given.capacity, 1024u) << path << " " << given.name;
+      names.push_back(given.name);
     }
     return names;
   }

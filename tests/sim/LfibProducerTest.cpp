@@ -8,16 +8,16 @@ namespace Sim {
 namespace {
 
 ViaSetSpec mplsIpSet(uint32_t id, size_t vias) {
-  ViaSetSpec spec;
-  spec.id = id;
-  spec.type = Mpls::LfibViaType::viaTypeMplsIp;
+  ViaSetSpec given;
+  given.id = id;
+  given.type = Mpls::LfibViaType::viaTypeMplsIp;
   for (size_t i = 0; i < vias; ++i) {
     ViaSpec via;
     via.nextHop = Bexo::IpGenAddr::fromIpv4(0x0a000002 + static_cast<uint32_t>(i));
     via.intf = Bexo::IntfId::ethernet(1);
-    spec.vias.push_back(via);
+    given.vias.push_back(via);
   }
-  return spec;
+  return given;
 }
 
 class LfibProducerTest : public ::testing::Test {
@@ -41,12 +41,12 @@ TEST_F(LfibProducerTest, WritesOneRoutePerLabelOfARangeWithItsViaSetsKeyAndType)
 }
 
 TEST_F(LfibProducerTest, ListsEachViaOfASetUnderItsOwnKey) {
-  ViaSetSpec spec = mplsIpSet(3, 2);
-  producer_->viaSetsIs({spec});
-  Mpls::LfibViaSet record = producer_->lfib().viaSet(spec.key());
+  ViaSetSpec given = mplsIpSet(3, 2);
+  producer_->viaSetsIs({given});
+  Mpls::LfibViaSet record = producer_->lfib().viaSet(given.key());
   ASSERT_EQ(record.vias(), 2u);
   Mpls::LfibMplsVia second = producer_->lfib().mplsVia(record.viaKey(Mpls::LfibViaIndexRange(1)));
-  EXPECT_EQ(second.nextHop, spec.vias[1].nextHop);
+  EXPECT_EQ(second.nextHop, given.vias[1].nextHop);
 }
 
 TEST_F(LfibProducerTest, DropsTheViasAReplacedSetNoLongerLists) {
