@@ -34,8 +34,27 @@ class Tasks : public SwitchFixture {
     routeIs(100, 2);
   }
 
+  // Moves both routes to a new record that the driver does not answer yet.
+  void rewriteRoutesWithoutAnswer() {
+    driver.answer = false;
+    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
+    settle();
+    written = hwRoute(100).version;
+    ASSERT_NE(hwRoute(100).l2AdjId(), record);
+  }
+
+  void driverRefuses(uint32_t label) {
+    Vosh::Qel::MplsHwRouteStatus status;
+    status.routeKey = key(label);
+    status.state = Vosh::Qel::mplsHwRouteStateUnprogrammed;
+    status.reason = Vosh::Qel::mplsHwUnprogReasonInvalidFecId;
+    status.version = hwRoute(label).version;
+    driver.status->mplsHwRouteIs(status);
+  }
+
   uint64_t adjacency = 0;
   uint64_t record = 0;
+  uint8_t written = 0;
 };
 
 TEST_F(Tasks, anAdjacencyQueuedWithItsRouteIsReviewedFirst) {
@@ -61,17 +80,29 @@ TEST_F(Tasks, aRouteWhoseAdjacencyReviewIsPendingKeepsItsHardwareRecord) {
 }
 
 TEST_F(Tasks, aRouteUnderReviewIsNotPublished) {
-  Mpls::Hardware::RouteInfo before = published(100);
-  moveRoute100WhileItsAdjacencyChanges();
-  runReviewPasses(1);
-  ASSERT_TRUE(state()->routeKeyForPublishHas(key(100)));
-  ASSERT_TRUE(state()->routeKeyForReviewHas(key(100)));
-  EXPECT_EQ(published(100), before);
-
+  rewriteRoutesWithoutAnswer();
+  // The driver refuses route 100 just as the route changes again: the
+  // refusal is not published, the review writes the route anew.
+  driverRefuses(100);
+  routeIs(100, 1, Mpls::viaTypeMplsIp, 1);
   settle();
-  EXPECT_NE(published(100).adjacencyIndex, adjacency);
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
+  EXPECT_GT(hwRoute(100).version, written);
+
+  driver.answer = true;
+  driver.answerRoute(key(100));
+  settle();
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(100).version, hwRoute(100).version);
+}
+
+TEST_F(Tasks, aRouteWhoseAdjacencyIsUnderReviewIsNotPublished) {
+  rewriteRoutesWithoutAnswer();
+  driverRefuses(100);
+  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:12");
+  settle();
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_GT(hwRoute(100).version, written);
 }
 
 TEST_F(Tasks, withTheAttributeLogCloggedEachTaskHandlesOneItemPerSlice) {
