@@ -147,7 +147,7 @@ TEST(TwoProcess, AnAgentKilledMidProgrammingAndStartedAgainLeavesExactlyTheLfibI
           return view.answeredRoutes >= 1000 || !agent.running();
         },
         120);
-    ASSERT_TRUE(programming && agent.running()) << agent.err();
+    ASSERT_TRUE(programming && agent.running()) << agent.err() << driver.err();
     agent.signal(SIGKILL);
     EXPECT_EQ(agent.wait(), 128 + SIGKILL);
     EXPECT_LT(answeredAtKill, size_t{kViaSets} * kRoutesPerViaSet) << "killed after programming";
