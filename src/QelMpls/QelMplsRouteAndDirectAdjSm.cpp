@@ -112,7 +112,7 @@ bool MplsRouteAndDirectAdjSm::handleUnresolvedRoute(const Mpls::RouteKey& routeK
   route->unprogrammedIs(true);
   route->unprogrammedReasonIs(adjacency ? adjacency->unprogrammedReason()
                                         : UnprogrammedReason::unprogrammedReasonNoAdjacency);
-  mplsState()->routeKeyForPublishIs(routeKey);
+  queueRouteKeyForPublish(routeKey);
   return false;
 }
 
@@ -143,7 +143,7 @@ bool MplsRouteAndDirectAdjSm::reviewRouteKey(const Mpls::RouteKey& routeKey, Mpl
   config.addressing = route->addressing();
   config.l2AdjIdIs(l2->index());
   if (alreadyProgrammedAs(routeKey, route, config, l2->index())) {
-    mplsState()->routeKeyForPublishIs(routeKey);
+    queueRouteKeyForPublish(routeKey);
     return false;
   }
   route->versionInc();
@@ -156,7 +156,7 @@ bool MplsRouteAndDirectAdjSm::reviewRouteKey(const Mpls::RouteKey& routeKey, Mpl
   clearRouteMappings(routeKey);
   route->l2AdjIndexIs(l2->index());
   l2->routeKeyIs(routeKey);
-  mplsState()->routeKeyForPublishIs(routeKey);
+  queueRouteKeyForPublish(routeKey);
   return false;
 }
 
@@ -175,7 +175,7 @@ bool MplsRouteAndDirectAdjSm::reviewRouteKeyLegacy(const Mpls::RouteKey& routeKe
   clearRouteMappings(routeKey);
   route->l2AdjIndexIs(l2->index());
   l2->routeKeyIs(routeKey);
-  mplsState()->routeKeyForPublishIs(routeKey);
+  queueRouteKeyForPublish(routeKey);
   return false;
 }
 

@@ -638,12 +638,12 @@ void MplsBaseSm::processRouteKey(const Mpls::RouteKey& routeKey) {
   Kiv::Ptr<MplsRoute> route = mplsState()->route(routeKey);
   if (!route) {
     PELLET_TRACE(trace_, kTraceRoute, "{} does not exist", routeKey);
-    mplsState()->routeKeyForPublishIs(routeKey);
+    queueRouteKeyForPublish(routeKey);
     return;
   }
   if (!mplsRoutingEnabled()) {
     PELLET_TRACE(trace_, kTraceRoute, "mplsRouting disabled");
-    mplsState()->routeKeyForPublishIs(routeKey);
+    queueRouteKeyForPublish(routeKey);
     deleteRouteKeyAndRoute(routeKey);
     return;
   }
@@ -653,7 +653,7 @@ void MplsBaseSm::processRouteKey(const Mpls::RouteKey& routeKey) {
   if (!lfibRoute || (viaSet && !isLFibViaSetSane(viaSet))) {
     PELLET_TRACE(trace_, kTraceRoute, "{}) does not exist in system LFIB or via not sane ",
                  routeKey);
-    mplsState()->routeKeyForPublishIs(routeKey);
+    queueRouteKeyForPublish(routeKey);
     deleteRouteKeyAndRoute(routeKey);
     return;
   }
@@ -661,7 +661,7 @@ void MplsBaseSm::processRouteKey(const Mpls::RouteKey& routeKey) {
     PELLET_TRACE(trace_, kTraceRoute,
                  "via set for route ({}) does not exist in system LFIB, delay processing",
                  routeKey);
-    mplsState()->routeKeyForPublishIs(routeKey);
+    queueRouteKeyForPublish(routeKey);
     return;
   }
 
@@ -1264,8 +1264,13 @@ void MplsBaseSm::runReviewTask() {
   if (!yielded) {
     PELLET_TRACE(trace_, kTraceDetail, "review routeKey");
     before = done;
-    yielded = drain(s->routeKeyForReviewColl(),
-                    [this](const Mpls::RouteKey& k) { processRouteKey(k); }, done);
+    yielded = drain(
+        s->routeKeyForReviewColl(),
+        [this](const Mpls::RouteKey& k) {
+          processRouteKey(k);
+          releaseHeldByReview(k);
+        },
+        done);
     s->routeKeyReviewedInc(done - before);
   }
 
@@ -1297,9 +1302,10 @@ void MplsBaseSm::runReviewTask() {
     }
   }
 
+  if (s->routeKeyForReviews() == 0 && s->l3AdjForReviews() == 0) releaseAllHeldByReview();
   routeKeyToBePublishedIs(true);
   PELLET_TRACE(trace_, kTraceDetail, "Schedule routeKey to be published");
-  if (s->routeKeyForPublishs() != 0) routePublishTask_->scheduleNow();
+  if (!publishToExamine_.empty()) routePublishTask_->scheduleNow();
   reviewTask_->taskWorkCountInc(done);
   if (done == 0) PELLET_TRACE(trace_, kTraceDetail, "nothing to be reviewed");
 
@@ -1353,7 +1359,7 @@ void MplsBaseSm::runUnprogrammedRouteReviewTask() {
     yielded = shouldTaskYield(task);
   }
   routeKeyToBePublishedIs(true);
-  if (s->routeKeyForPublishs() != 0) routePublishTask_->scheduleNow();
+  if (!publishToExamine_.empty()) routePublishTask_->scheduleNow();
   doMaybeSetConfigRouting();
   task->taskWorkCountInc(done);
   if (!retryRoundDone()) {
@@ -1441,34 +1447,59 @@ void MplsBaseSm::runPublishRouteKeysTask() {
   }
   Plin::Task* task = routePublishTask_.get();
   auto& keys = mplsState()->routeKeyForPublishColl();
-  std::vector<Mpls::RouteKey> held;
   uint64_t done = 0;
   bool yielded = false;
-  while (const Mpls::RouteKey* front = keys.front()) {
-    Mpls::RouteKey key = *front;
-    keys.erase(key);
-    if (!routeCanBePublished(key)) {
-      held.push_back(key);
-      continue;
+  while (const Mpls::RouteKey* front = publishToExamine_.front()) {
+    const Mpls::RouteKey key = *front;
+    publishToExamine_.erase(key);
+    if (!keys.contains(key)) continue;
+    if (routeCanBePublished(key)) {
+      keys.erase(key);
+      publishRouteKey(key);
+      ++done;
+    } else if (heldByReview(key)) {
+      publishHeldByReview_.insert(key);
     }
-    publishRouteKey(key);
-    ++done;
     if (shouldTaskYield(task)) {
       yielded = true;
       break;
     }
   }
-  // What is held back stays queued: the end of the review pass that holds it,
-  // or the driver's answer it waits for, runs this task again.
-  for (const Mpls::RouteKey& key : held) keys.insert(key);
   routeKeyToBePublishedIs(false);
   task->taskWorkCountInc(done);
   if (yielded) task->scheduleNow();
 }
 
+void MplsBaseSm::queueRouteKeyForPublish(const Mpls::RouteKey& routeKey) {
+  mplsState()->routeKeyForPublishIs(routeKey);
+  publishHeldByReview_.erase(routeKey);
+  publishToExamine_.insert(routeKey);
+}
+
+// Whether a review gate holds the key; otherwise the driver's answer does.
+bool MplsBaseSm::heldByReview(const Mpls::RouteKey& routeKey) const {
+  if (mplsState()->routeKeyForReviewHas(routeKey)) return true;
+  const Kiv::Ptr<MplsRoute>* route = mplsState()->routeFind(routeKey);
+  return route && (*route)->l3AdjIndex() != 0 &&
+         mplsState()->l3AdjForReviewHas((*route)->l3AdjIndex());
+}
+
+void MplsBaseSm::releaseHeldByReview(const Mpls::RouteKey& routeKey) {
+  if (publishHeldByReview_.erase(routeKey)) publishToExamine_.insert(routeKey);
+}
+
+// Once nothing is under review, no review gate holds anything.
+void MplsBaseSm::releaseAllHeldByReview() {
+  while (const Mpls::RouteKey* front = publishHeldByReview_.front()) {
+    const Mpls::RouteKey key = *front;
+    publishHeldByReview_.erase(key);
+    publishToExamine_.insert(key);
+  }
+}
+
 void MplsBaseSm::scheduleRouteKeyForPublish(const L3Adjacency* adjacency) {
   for (const Mpls::RouteKey& key : adjacency->routeKeyColl()) {
-    mplsState()->routeKeyForPublishIs(key);
+    queueRouteKeyForPublish(key);
   }
   routePublishTask_->scheduleAfter(reviewInterval());
 }
@@ -1536,7 +1567,7 @@ void MplsBaseSm::processHwRouteStatus(const Mpls::RouteKey& routeKey) {
     }
   }
   PELLET_TRACE(trace_, kTraceDetail, "  add routeKey {} for publish", routeKey);
-  s->routeKeyForPublishIs(routeKey);
+  queueRouteKeyForPublish(routeKey);
   routePublishTask_->scheduleAfter(reviewInterval());
   bool old = route->unprogrammed();
   route->unprogrammedIs(notProgrammed);
@@ -1554,7 +1585,7 @@ void MplsBaseSm::handleProgrammedRoute(const Mpls::RouteKey& routeKey) {
   }
   PELLET_TRACE(trace_, kTraceRoute, "routeKey {}{}", routeKey,
                route->unprogrammed() ? " unprogrammed" : " programmed");
-  mplsState()->routeKeyForPublishIs(routeKey);
+  queueRouteKeyForPublish(routeKey);
   if (route->unprogrammed()) {
     PELLET_TRACE(trace_, kTraceRoute, "add routeKey {} for review unprogrammedRetryIntervalIs {}",
                  routeKey, unprogrammedRetryInterval());
@@ -1569,7 +1600,11 @@ void MplsBaseSm::unprogramRouteKey(const Mpls::RouteKey& routeKey) {
   clearRouteMappings(routeKey);
   mplsHwCollectionConfig()->mplsHwRouteDel(routeKey);
   if (mplsHwStatus()) mplsHwStatus()->unprogrammedRouteDel(routeKey);
-  if (Kiv::Ptr<MplsRoute> route = mplsState()->route(routeKey)) route->awaitingHwIs(false);
+  if (Kiv::Ptr<MplsRoute> route = mplsState()->route(routeKey); route && route->awaitingHw()) {
+    route->awaitingHwIs(false);
+    // Held back for the answer that will not come now.
+    if (mplsState()->routeKeyForPublishHas(routeKey)) publishToExamine_.insert(routeKey);
+  }
 }
 
 void MplsBaseSm::clearRouteMappings(const Mpls::RouteKey& routeKey) {

@@ -278,6 +278,8 @@ class MplsBaseSm : public Kiv::Entity {
   void runPublishRouteKeysTask();
   void publishRouteKey(const Mpls::RouteKey& routeKey);
   bool routeCanBePublished(const Mpls::RouteKey& routeKey) const;
+  // Adds the key to routeKeyForPublish and has the publish task look at it.
+  void queueRouteKeyForPublish(const Mpls::RouteKey& routeKey);
   void scheduleRouteKeyForPublish(const L3Adjacency* adjacency);
   void scheduleAllL3AdjsForReview();
   bool isAdjPendingForReview(const L3Adjacency* adjacency) const;
@@ -323,6 +325,9 @@ class MplsBaseSm : public Kiv::Entity {
   void startRetryRound();
   template <class Set, class Fn>
   bool drain(Set& set, Fn&& process, uint64_t& done);
+  bool heldByReview(const Mpls::RouteKey& routeKey) const;
+  void releaseHeldByReview(const Mpls::RouteKey& routeKey);
+  void releaseAllHeldByReview();
 
   Inputs in_;
   Pellet::Facility trace_;
@@ -344,6 +349,14 @@ class MplsBaseSm : public Kiv::Entity {
   std::vector<Mpls::RouteKey> retryRoutes_;
   size_t retryL2AdjsDone_ = 0;
   size_t retryRoutesDone_ = 0;
+  // The keys of routeKeyForPublish the publish task has yet to look at. A
+  // key its gates hold back leaves this queue, and comes back when what held
+  // it ends: its route's review (publishHeldByReview_ remembers those) or
+  // the driver's answer. So a task run costs what changed since the last
+  // one, not the whole set: a million routes held during a cold start would
+  // otherwise be rescanned after every slice of the review.
+  Kiv::HashSet<Mpls::RouteKey> publishToExamine_;
+  Kiv::HashSet<Mpls::RouteKey> publishHeldByReview_;
   std::unique_ptr<Reactors> reactors_;
 };
 

@@ -100,7 +100,7 @@ bool NonStopCore::reviewRouteKey(const Mpls::RouteKey& routeKey, Qel::MplsRoute*
   config.version = static_cast<uint8_t>(route->version());
   mplsHwCollectionConfig()->mplsHwRouteIs(config);
   route->awaitingHwIs(true);
-  mplsState()->routeKeyForPublishIs(routeKey);
+  queueRouteKeyForPublish(routeKey);
   return false;
 }
 
