@@ -41,6 +41,16 @@ nlohmann::ordered_json l2Json(const Sim::L2Row& r) {
           {"vias", std::move(vias)}};
 }
 
+// Wall-clock seconds and bytes, whatever clock the scenario's steps ran on.
+nlohmann::ordered_json timingJson(const Sim::RunTiming& t) {
+  return {{"load", t.loadSeconds},
+          {"converge", t.convergeSeconds},
+          {"convergeCpu", t.convergeCpuSeconds},
+          {"peakRssBytes", t.peakRssBytes},
+          {"heapBytesPerRoute", t.heapBytesPerRoute()},
+          {"routes", t.routes}};
+}
+
 }  // namespace
 
 nlohmann::ordered_json toJson(const Sim::Report& report, bool settled) {
@@ -68,6 +78,7 @@ nlohmann::ordered_json toJson(const Sim::Report& report, bool settled) {
   for (const Sim::LogRow& log : report.logs) {
     out["logs"].push_back({{"time", log.time}, {"name", log.name}, {"text", log.text}});
   }
+  if (report.timing) out["timing"] = timingJson(*report.timing);
   return out;
 }
 

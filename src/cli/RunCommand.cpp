@@ -13,6 +13,7 @@
 #include "cli/TablePrinter.h"
 #include "pellet/Trace.h"
 #include "sim/ExpectChecker.h"
+#include "sim/ResourceUsage.h"
 #include "sim/Report.h"
 #include "sim/ScenarioError.h"
 #include "sim/ScenarioParser.h"
@@ -39,6 +40,15 @@ void printProgress(const Sim::Progress& p) {
              p.time, p.lfibRoutes, p.trackedRoutes, p.unprogrammedRoutes, p.hardwareRoutes);
 }
 
+// On stderr, so that what the run programmed prints the same every time.
+void printCost(const Sim::RunTiming& t) {
+  fmt::print(stderr,
+             "qelmpls: load {:.3f}s, converge {:.3f}s ({:.3f}s CPU), {:.0f} heap bytes per route, "
+             "peak resident {:.1f} MiB\n",
+             t.loadSeconds, t.convergeSeconds, t.convergeCpuSeconds, t.heapBytesPerRoute(),
+             static_cast<double>(t.peakRssBytes) / (1024.0 * 1024.0));
+}
+
 bool writeJson(const std::string& path, const Sim::Report& report, bool settled) {
   std::string text = toJson(report, settled).dump(2) + "\n";
   if (path == "-") {
@@ -63,7 +73,8 @@ int checkScenario(const Sim::Scenario& scenario, const Sim::Report& report) {
   return 0;
 }
 
-int play(const RunArgs& args, const Sim::Scenario& scenario, const std::string& prefix) {
+int play(const RunArgs& args, const Sim::Scenario& scenario, const std::string& prefix,
+         double parseSeconds) {
   const bool realtime = args.realtime || args.externalDriver;
   Plin::TaskScheduler scheduler(realtime ? Plin::TaskScheduler::Mode::realTime
                                          : Plin::TaskScheduler::Mode::virtualTime);
@@ -84,6 +95,9 @@ int play(const RunArgs& args, const Sim::Scenario& scenario, const std::string& 
   Sim::ScenarioRunner runner(scenario, &scheduler, options);
   runner.run();
   Sim::Report report = Sim::reportOf(runner.sim(), runner.origin());
+  report.timing = runner.timing();
+  report.timing->loadSeconds += parseSeconds;
+  printCost(*report.timing);
   int status = 0;
   if (!args.jsonOut.empty()) {
     if (!writeJson(args.jsonOut, report, runner.settled())) {
@@ -110,6 +124,7 @@ int runCommand(const RunArgs& args) {
     return kExitBadInput;
   }
   Sim::Scenario scenario;
+  Sim::Stopwatch parse;
   try {
     scenario = Sim::parseScenarioFile(args.file);
   } catch (const Sim::ScenarioError& e) {
@@ -123,7 +138,7 @@ int runCommand(const RunArgs& args) {
   const std::string prefix = runPrefix(args);
   int status = kExitRunFailed;
   try {
-    status = play(args, scenario, prefix);
+    status = play(args, scenario, prefix, parse.wall());
   } catch (const std::exception& e) {
     fmt::print(stderr, "qelmpls: {}\n", e.what());
   }

@@ -1,11 +1,12 @@
 // qelmpls: plays scenarios on the simulated switch, shows what an agent
-// programmed, and runs the simulated driver on its own.
+// programmed, runs the simulated driver on its own and writes scale scenarios.
 
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 
 #include "cli/DriverCommand.h"
+#include "cli/GenCommand.h"
 #include "cli/RunCommand.h"
 #include "cli/ShowCommand.h"
 
@@ -46,6 +47,24 @@ int main(int argc, char** argv) {
   showCmd->add_flag("--json", show.json, "print JSON");
   showCmd->add_option("--max-rows", show.maxRows, "rows shown in a table");
 
+  Cli::GenArgs gen;
+  CLI::App* genCmd = app.add_subcommand("gen", "write a scale scenario");
+  genCmd->add_option("--routes", gen.shape.routes, "LFIB routes, labels from 16 up")
+      ->capture_default_str();
+  genCmd->add_option("--via-sets", gen.shape.viaSets, "via sets the routes share")
+      ->capture_default_str();
+  genCmd->add_option("--next-hops", gen.shape.nextHops, "next hops the via sets pick from")
+      ->capture_default_str();
+  genCmd->add_option("--ecmp", gen.shape.ecmp, "vias per via set")->capture_default_str();
+  genCmd->add_option("--vlan-share", gen.shape.vlanShare,
+                     "share of next hops behind VLAN interfaces, 0 to 1")
+      ->capture_default_str();
+  genCmd->add_option("--mode", gen.mode, "programming mode: direct or mediated")
+      ->capture_default_str();
+  genCmd->add_option("--seed", gen.shape.seed, "picks the next hops of each via set")
+      ->capture_default_str();
+  genCmd->add_option("-o,--out", gen.out, "file to write (- for stdout)")->required();
+
   std::string cleanPrefix;
   CLI::App* cleanCmd = app.add_subcommand("clean", "remove an agent's shared-memory tables");
   cleanCmd->add_option("--prefix", cleanPrefix, "the agent's shared-memory prefix")->required();
@@ -73,6 +92,7 @@ int main(int argc, char** argv) {
   if (runCmd->parsed()) return Cli::runCommand(run);
   if (showCmd->parsed()) return Cli::showCommand(show);
   if (cleanCmd->parsed()) return Cli::cleanCommand(cleanPrefix);
+  if (genCmd->parsed()) return Cli::genCommand(gen);
   driver.failLabels.insert(failLabels.begin(), failLabels.end());
   return Cli::driverCommand(driver);
 }

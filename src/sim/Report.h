@@ -12,12 +12,14 @@
 // tables, so what is shown is what the hardware was asked to hold.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "models/MplsHardwareL2Via.h"
 #include "models/MplsRouteKey.h"
+#include "sim/RunTiming.h"
 #include "sim/HwTables.h"
 
 namespace Sim {
@@ -67,6 +69,8 @@ struct Report {
   std::vector<std::pair<std::string, double>> startupTimes;
   std::vector<LogRow> logs;
   std::vector<std::pair<std::string, uint64_t>> counters;
+  // Set by whoever ran the simulation and measured it.
+  std::optional<RunTiming> timing;
 };
 
 // The final state of a simulation, with the library's published view; times

@@ -1,11 +1,11 @@
 #include "sim/ScenarioRunner.h"
 
-#include <chrono>
 #include <stdexcept>
 
 #include <fmt/format.h>
 
 #include "QelMpls/QelMplsSm.h"
+#include "sim/ResourceUsage.h"
 
 namespace Sim {
 
@@ -14,10 +14,6 @@ namespace {
 constexpr double kAnswerScanInterval = 0.05;
 constexpr double kProgressInterval = 1.0;
 constexpr uint32_t kChecksPerClockRead = 256;
-
-double wallNow() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 SimSwitch::Options switchOptions(const Scenario& scenario, const RunOptions& options) {
   SimSwitch::Options out;
@@ -44,8 +40,13 @@ ScenarioRunner::ScenarioRunner(const Scenario& scenario, Plin::TaskScheduler* sc
 ScenarioRunner::~ScenarioRunner() = default;
 
 void ScenarioRunner::run() {
-  startWall_ = wallNow();
-  nextProgress_ = startWall_ + kProgressInterval;
+  load();
+  converge();
+}
+
+void ScenarioRunner::load() {
+  Stopwatch watch;
+  nextProgress_ = wallSeconds() + kProgressInterval;
   origin_ = scheduler_->now();
   Qel::SysLog::instance().clear();
   sim_->routingIs(RoutingSpec{scenario_.mplsRouting, scenario_.allowDefaultRoute});
@@ -57,13 +58,30 @@ void ScenarioRunner::run() {
         fmt::format("no driver under prefix '{}' (start `qelmpls driver --prefix {}` first)",
                     sim_->prefix(), sim_->prefix()));
   }
+  timing_.loadSeconds = watch.wall();
+}
+
+bool ScenarioRunner::converge() {
+  timing_.heapBytesAtStart = heapBytesInUse();
+  Stopwatch watch;
   startAgent();
   for (const Step& step : scenario_.steps) {
     const double wait = origin_ + step.at - scheduler_->now();
     if (wait > 0) runFor(wait, nullptr);
     applyStep(step);
   }
+  settle();
+  timing_.convergeSeconds = watch.wall();
+  timing_.convergeCpuSeconds = watch.cpu();
+  timing_.heapBytesAtEnd = heapBytesInUse();
+  timing_.peakRssBytes = peakRssBytes();
+  timing_.routes = sim_->lfib().routes();
+  return settled_;
+}
+
+bool ScenarioRunner::settle() {
   settled_ = runFor(options_.settleLimit, [this] { return quiet(); });
+  return settled_;
 }
 
 void ScenarioRunner::startAgent() {
@@ -132,7 +150,7 @@ bool ScenarioRunner::allAnswered() {
 
 void ScenarioRunner::maybeReportProgress() {
   if (!options_.progress || ++checks_ % kChecksPerClockRead != 0) return;
-  const double wall = wallNow();
+  const double wall = wallSeconds();
   if (wall < nextProgress_) return;
   nextProgress_ = wall + kProgressInterval;
   Progress progress;

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "plin/TaskScheduler.h"
+#include "sim/RunTiming.h"
 #include "sim/Scenario.h"
 #include "sim/SimSwitch.h"
 
@@ -46,9 +47,21 @@ class ScenarioRunner {
   ScenarioRunner(const Scenario& scenario, Plin::TaskScheduler* scheduler, RunOptions options);
   ~ScenarioRunner();
 
-  // Throws std::runtime_error when an external driver never shows up.
+  // load() and then converge(). Throws std::runtime_error when an external
+  // driver never shows up.
   void run();
+  // Writes the scenario's inputs; with an external driver, waits for it.
+  void load();
+  // Starts the agent, plays the steps and waits until the switch settles;
+  // returns whether it did.
+  bool converge();
+  // For changes made from outside (a benchmark): applyStep() plays one step
+  // now, whatever its time; settle() waits until the switch settles again
+  // and returns whether it did.
+  void applyStep(const Step& step);
+  bool settle();
   bool settled() const { return settled_; }
+  const RunTiming& timing() const { return timing_; }
   // When the run started, on the scheduler's clock.
   double origin() const { return origin_; }
   SimSwitch& sim() { return *sim_; }
@@ -56,7 +69,6 @@ class ScenarioRunner {
 
  private:
   void startAgent();
-  void applyStep(const Step& step);
   // Runs the scheduler until `stop` holds or `seconds` have passed.
   bool runFor(double seconds, const std::function<bool()>& stop);
   bool quiet();
@@ -72,7 +84,7 @@ class ScenarioRunner {
   uint64_t retryRunsAtChange_ = 0;
   double nextAnswerScan_ = 0;
   double nextProgress_ = 0;
-  double startWall_ = 0;
+  RunTiming timing_;
   uint32_t checks_ = 0;
   bool settled_ = false;
 };

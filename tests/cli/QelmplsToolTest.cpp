@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+
 #include <nlohmann/json.hpp>
 
 #include "Subprocess.h"
@@ -89,6 +92,40 @@ TEST_F(QelmplsToolTest, ShowsWhatAKeptRunLeftUntilItIsCleanedAway) {
   EXPECT_NE(out_.find("7 programmed"), std::string::npos) << out_;
   ASSERT_EQ(run({"clean", "--prefix", prefix}), 0);
   EXPECT_EQ(run({"show", "status", "--prefix", prefix}), 1);
+}
+
+TEST_F(QelmplsToolTest, GeneratesAScaleScenarioThatRunsAndReportsItsOwnCost) {
+  const std::string file = base() + ".yaml";
+  const std::vector<std::string> gen = {"gen", "--routes", "2000", "--via-sets", "50",
+                                        "--next-hops", "20", "--ecmp", "2", "--vlan-share",
+                                        "0.25", "--seed", "3", "-o", file};
+  ASSERT_EQ(run(gen), 0) << err_;
+  ASSERT_EQ(run({"gen", "--routes", "2000", "--via-sets", "50", "--next-hops", "20", "--ecmp", "2",
+                 "--vlan-share", "0.25", "--seed", "3", "-o", "-"}),
+            0);
+  const std::string again = out_;
+  std::ifstream in(file);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), again);
+
+  const std::string json = base() + ".json";
+  ASSERT_EQ(run({"run", file, "--json", json}), 0) << err_;
+  EXPECT_NE(err_.find("qelmpls: load "), std::string::npos) << err_;
+  std::ifstream jsonIn(json);
+  nlohmann::json state = nlohmann::json::parse(jsonIn);
+  EXPECT_EQ(state["summary"]["programmed"], 2000);
+  const auto& timing = state["timing"];
+  EXPECT_GT(timing["load"].get<double>(), 0.0);
+  EXPECT_GT(timing["converge"].get<double>(), 0.0);
+  EXPECT_GT(timing["peakRssBytes"].get<uint64_t>(), 0u);
+  EXPECT_TRUE(timing["heapBytesPerRoute"].is_number());
+  EXPECT_EQ(timing["routes"], 2000);
+
+  EXPECT_EQ(run({"gen", "--routes", "10", "--via-sets", "20", "-o", file}), 2);
+  EXPECT_NE(err_.find("qelmpls gen: there cannot be more via sets than routes"),
+            std::string::npos)
+      << err_;
+  std::remove(file.c_str());
+  std::remove(json.c_str());
 }
 
 TEST_F(QelmplsToolTest, TreatsABadCommandLineAsAUsageError) {
