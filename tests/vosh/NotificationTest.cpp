@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
+#include <new>
 #include <vector>
 
 #include "TestRecords.h"
@@ -63,6 +65,50 @@ TEST_F(NotificationTest, twoWritesToOneKeyBeforeTheReaderRunsGiveOneNotification
   scheduler_.runUntilIdle();
   EXPECT_EQ(notified_, std::vector<uint64_t>{1});
   EXPECT_EQ(reader_->lookup(1), routeFor(1, 2));
+}
+
+// A byte and a word: seven bytes of padding that equal records may fill
+// differently.
+struct Padded {
+  uint8_t flag = 0;
+  uint64_t value = 0;
+  friend bool operator==(const Padded&, const Padded&) = default;
+};
+
+// A Padded built over junk, handed out in place so its padding stays junk.
+class JunkPadded {
+ public:
+  JunkPadded(uint8_t flag, uint64_t value, unsigned char junk) {
+    std::memset(storage_, junk, sizeof(storage_));
+    Padded* p = new (storage_) Padded;
+    p->flag = flag;
+    p->value = value;
+  }
+  const Padded& get() const { return *std::launder(reinterpret_cast<const Padded*>(storage_)); }
+
+ private:
+  alignas(Padded) unsigned char storage_[sizeof(Padded)];
+};
+
+TEST_F(NotificationTest, rewritingAnEqualRecordWhosePaddingDiffersWakesNoReader) {
+  Kiv::Ptr<Vosh::EntityManager> writer = manager();
+  writer->mountWriter("hw/padded", {{"entry", 16}});
+  auto table = writer->table<uint64_t, Padded>("hw/padded", "entry");
+  Kiv::Ptr<Vosh::EntityManager> readerSide = manager();
+  readerSide->mountReader("hw/padded", Vosh::mountTypeSharedReader);
+  auto reader = readerSide->table<uint64_t, Padded>("hw/padded", "entry");
+  std::vector<uint64_t> seen;
+  Kiv::Connection connection = record(reader, seen);
+
+  table->set(1, JunkPadded(1, 42, 0xAA).get());
+  scheduler_.runUntilIdle();
+  ASSERT_EQ(seen, std::vector<uint64_t>{1});
+  table->set(1, JunkPadded(1, 42, 0x55).get());
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(seen, std::vector<uint64_t>{1}) << "an equal record was written again";
+  table->set(1, JunkPadded(1, 43, 0x55).get());
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(seen, (std::vector<uint64_t>{1, 1}));
 }
 
 TEST_F(NotificationTest, aDeleteIsNotifiedAndTheKeyIsGoneWhenTheReactorLooks) {
