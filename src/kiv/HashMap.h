@@ -50,6 +50,7 @@ class HashMap {
    };
    static constexpr uint32_t kEmpty = 0;
    static constexpr uint32_t kHole = 0xffffffffu;
+   static constexpr size_t kKeptCapacity = 4096;
 
  public:
    template <bool Const>
@@ -136,9 +137,16 @@ class HashMap {
       }
    }
 
+   // A set drained after a burst (a million routes reviewed at start-up)
+   // gives its memory back; a small one keeps it for the next burst.
    void clear() {
-      cells_.clear();
-      index_.clear();
+      if (cells_.capacity() > kKeptCapacity) {
+         std::vector<Cell>().swap(cells_);
+         std::vector<uint32_t>().swap(index_);
+      } else {
+         cells_.clear();
+         index_.clear();
+      }
       live_ = 0;
       head_ = 0;
       holesInIndex_ = 0;
