@@ -50,7 +50,14 @@ HwDriver::HwDriver(Kiv::Ptr<Vosh::EntityManager> em, const DriverConfig& config)
   recoverHardware();
 }
 
-HwDriver::~HwDriver() = default;
+// What the driver wrote stays in its tables; only its own view of them goes.
+HwDriver::~HwDriver() {
+  reactors_.reset();
+  config_ = nullptr;
+  status_ = nullptr;
+  em_->unmount(kRouteConfigPath);
+  em_->unmount(kRouteStatusPath);
+}
 
 void HwDriver::recoverHardware() {
   status_->forEachMplsHwRoute([this](const Mpls::RouteKey& key, const auto& s) {

@@ -66,8 +66,11 @@ class SimSwitch {
   const std::string& prefix() const { return prefix_; }
   Agent& agent() { return agent_; }
   const Agent& agent() const { return agent_; }
-  // Null when the driver runs in its own process.
+  // Null when the driver runs in its own process, or stopped.
   HwDriver* driver() const { return driver_.get(); }
+  // The in-process driver goes away, as a crashed driver would; what the
+  // hardware holds stays in its tables.
+  void driverStop() { driver_.reset(); }
   const LfibProducer& lfib() const { return lfib_; }
   const ProactiveArpResponder& proactiveArp() const { return responder_; }
   const DriverConfig& driverConfig() const { return driverConfig_; }

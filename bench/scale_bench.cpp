@@ -1,0 +1,290 @@
+// The whole pipeline at scale: the simulated switch writes the LFIB, the
+// library programs it, the simulated driver answers, the library publishes.
+// Each run writes one JSON result file; docs/performance.md explains them.
+//
+//   scale_bench --case cold --routes N [--restart] --out DIR
+//   scale_bench --case incremental --out DIR
+//   scale_bench --case mac-move --out DIR
+
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "QelMpls/QelMplsRootSm.h"
+#include "QelMpls/QelMplsVoshTables.h"
+#include "sim/ResourceUsage.h"
+#include "sim/ScaleScenario.h"
+#include "sim/ScenarioRunner.h"
+#include "vosh/EntityManager.h"
+#include "vosh/SegmentName.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string uniquePrefix(const std::string& name) {
+  return fmt::format("qelbench-{}-{}", getpid(), name);
+}
+
+uint64_t sharedMemoryBytes(const std::string& prefix) {
+  uint64_t total = 0;
+  for (const std::string& name : Vosh::segmentNamesUnder(prefix)) {
+    struct stat st{};
+    if (stat(("/dev/shm" + name).c_str(), &st) == 0) total += static_cast<uint64_t>(st.st_size);
+  }
+  return total;
+}
+
+Json times(const Sim::Stopwatch& watch) {
+  return {{"wallSeconds", watch.wall()}, {"cpuSeconds", watch.cpu()}};
+}
+
+void writeResult(const std::filesystem::path& dir, const Json& result) {
+  std::filesystem::create_directories(dir);
+  std::ofstream(dir / (result["name"].get<std::string>() + ".json")) << result.dump(2) << "\n";
+  std::cout << result.dump() << std::endl;
+}
+
+Sim::ScaleShape coldShape(uint64_t routes) {
+  Sim::ScaleShape shape;
+  shape.routes = routes;
+  shape.viaSets = static_cast<uint32_t>(std::max<uint64_t>(1, routes / 10));
+  shape.nextHops = 1000;
+  shape.ecmp = 2;
+  return shape;
+}
+
+Json shapeJson(const Sim::ScaleShape& shape) {
+  return {{"routes", shape.routes},   {"viaSets", shape.viaSets}, {"nextHops", shape.nextHops},
+          {"ecmp", shape.ecmp},       {"vlanShare", shape.vlanShare},
+          {"mode", "direct"},         {"seed", shape.seed}};
+}
+
+// A scenario played on its own scheduler under its own prefix.
+struct Run {
+  Plin::TaskScheduler scheduler;
+  Sim::Scenario scenario;
+  std::string prefix;
+  std::unique_ptr<Sim::ScenarioRunner> runner;
+
+  Run(Sim::Scenario sc, const std::string& name)
+      : scenario(std::move(sc)), prefix(uniquePrefix(name)) {
+    Sim::RunOptions options;
+    options.prefix = prefix;
+    runner = std::make_unique<Sim::ScenarioRunner>(scenario, &scheduler, options);
+  }
+  ~Run() {
+    runner = nullptr;
+    Vosh::EntityManager::removeAll(prefix);
+  }
+  const Qel::MplsRootSm& root() const { return *runner->sim().agent().root(); }
+  uint64_t programmed() const {
+    uint64_t n = 0;
+    root().mplsHwCollectionStatus()->forEachMplsHwRoute([&](const auto&, const auto& s) {
+      n += s.state == Vosh::Qel::mplsHwRouteStateProgrammed ? 1 : 0;
+    });
+    return n;
+  }
+};
+
+// Writes the records the pipeline writes for `routes` routes over `l2Records`
+// layer-2 adjacencies of `vias` vias each (configuration, status and sync
+// map), into the same tables, with no logic: what the tables themselves cost.
+Json physicalLimit(uint64_t routes, uint32_t l2Records, uint32_t vias) {
+  Plin::TaskScheduler scheduler;
+  const std::string prefix = uniquePrefix(fmt::format("limit{}", routes));
+  auto em = Kiv::make<Vosh::EntityManager>(prefix, &scheduler);
+  const char* configPath = Qel::MplsRootSm::kHwRouteConfigPath;
+  const char* statusPath = "hardware/qel/mplsHwRouteStatus";
+  em->mountWriter(configPath, Vosh::Qel::MplsHwCollectionConfig::collections());
+  em->mountWriter(statusPath, Vosh::Qel::MplsHwCollectionStatus::collections());
+  Vosh::Qel::MplsHwCollectionConfig config(*em, configPath);
+  Vosh::Qel::MplsHwCollectionStatus status(*em, statusPath);
+  Sim::Stopwatch watch;
+  for (uint32_t id = 1; id <= l2Records; ++id) {
+    Vosh::Qel::MplsHwL2AdjacencyConfig record(id);
+    for (uint32_t v = 0; v < vias; ++v) {
+      record.l2ViaIs(Vosh::Qel::MplsHwL2ViaIndex(v), Mpls::Hardware::L2Via());
+    }
+    record.versionIs(1);
+    config.l2AdjacencyIs(record);
+    status.l2AdjacencyIs(
+        Vosh::Qel::MplsHwL2AdjacencyStatus{id, Vosh::Qel::mplsHwL2AdjStateProgrammed, 1, {}});
+  }
+  for (uint64_t r = 0; r < routes; ++r) {
+    Mpls::RouteKey key(Bexo::MplsLabel(static_cast<uint32_t>(16 + r)));
+    Vosh::Qel::MplsHwRouteConfig record;
+    record.routeKey = key;
+    record.l2AdjIdIs(1 + r % l2Records);
+    record.version = 1;
+    config.mplsHwRouteIs(record);
+    Vosh::Qel::MplsHwRouteStatus answer;
+    answer.routeKey = key;
+    answer.state = Vosh::Qel::mplsHwRouteStateProgrammed;
+    answer.version = 1;
+    status.mplsHwRouteIs(answer);
+    status.mplsRouteSyncMapIs(key, Vosh::Qel::MplsRouteSyncMap{key, {}});
+  }
+  Json out = times(watch);
+  em = nullptr;
+  Vosh::EntityManager::removeAll(prefix);
+  return out;
+}
+
+// The simulated driver shares the process: its own heap (its indexes of the
+// tables it reads and writes, its record of the hardware) is measured by
+// stopping it once nothing needs it any more.
+double driverHeapBytesPerRoute(Run& run, uint64_t routes) {
+  const uint64_t before = Sim::heapBytesInUse();
+  run.runner->sim().driverStop();
+  const uint64_t after = Sim::heapBytesInUse();
+  return before > after ? static_cast<double>(before - after) / static_cast<double>(routes) : 0;
+}
+
+void addRatio(Json& result, const char* what, const Json& limit) {
+  result["ratioToLimit"] =
+      result[what]["wallSeconds"].get<double>() / limit["wallSeconds"].get<double>();
+}
+
+int coldCase(uint64_t routes, bool withRestart, const std::filesystem::path& dir) {
+  const Sim::ScaleShape shape = coldShape(routes);
+  Run run(Sim::scaleScenario(shape), fmt::format("cold{}", routes));
+  Json result = {{"name", fmt::format("cold-{}", routes)}};
+  result["shape"] = shapeJson(shape);
+  Sim::Stopwatch load;
+  run.runner->load();
+  result["load"] = times(load);
+  const bool settled = run.runner->converge();
+  const Sim::RunTiming& t = run.runner->timing();
+  result["converge"] = {{"wallSeconds", t.convergeSeconds}, {"cpuSeconds", t.convergeCpuSeconds}};
+  result["settled"] = settled;
+  result["programmed"] = run.programmed();
+  result["routesPerSecond"] = static_cast<double>(routes) / t.convergeSeconds;
+  result["heapBytesPerRoute"] = t.heapBytesPerRoute();
+  result["peakRssBytes"] = t.peakRssBytes;
+  result["sharedMemoryBytes"] = sharedMemoryBytes(run.prefix);
+  const Json limit = physicalLimit(routes, shape.viaSets, shape.ecmp);
+  result["physicalLimit"] = limit;
+  addRatio(result, "converge", limit);
+
+  if (withRestart) {
+    Json restart = {{"name", fmt::format("restart-{}", routes)}};
+    restart["shape"] = shapeJson(shape);
+    Sim::Step step;
+    step.restartAgent = true;
+    Sim::Stopwatch watch;
+    run.runner->applyStep(step);
+    restart["settled"] = run.runner->settle();
+    restart["converge"] = times(watch);
+    restart["programmed"] = run.programmed();
+    restart["physicalLimit"] = limit;
+    addRatio(restart, "converge", limit);
+    writeResult(dir, restart);
+  }
+  const double driverShare = driverHeapBytesPerRoute(run, routes);
+  result["driverHeapBytesPerRoute"] = driverShare;
+  result["agentHeapBytesPerRoute"] = t.heapBytesPerRoute() - driverShare;
+  writeResult(dir, result);
+  return settled ? 0 : 1;
+}
+
+// Times one step from its application until the switch settled again.
+Json timedStep(Run& run, const Sim::Step& step) {
+  Sim::Stopwatch watch;
+  run.runner->applyStep(step);
+  bool settled = run.runner->settle();
+  Json out = times(watch);
+  out["settled"] = settled;
+  return out;
+}
+
+int incrementalCase(const std::filesystem::path& dir) {
+  const Sim::ScaleShape shape = coldShape(10000);
+  Run run(Sim::scaleScenario(shape), "incremental");
+  run.runner->run();
+  Json result = {{"name", "incremental-10000"}};
+  result["shape"] = shapeJson(shape);
+
+  const uint32_t label = static_cast<uint32_t>(16 + shape.routes);
+  Sim::Step add;
+  add.set.emplace().routes.push_back(Sim::RouteRange{label, label, Mpls::kDefaultLfibSource, 1});
+  result["routeAdd"] = timedStep(run, add);
+  Sim::Step del;
+  del.del.emplace().routes.push_back(Sim::RouteRange{label, label, Mpls::kDefaultLfibSource, 0});
+  result["routeDelete"] = timedStep(run, del);
+
+  // Via set 1 moves its first via to another next hop, with all its routes.
+  Sim::ViaSetSpec changed = run.scenario.inputs.viaSets.front();
+  const Sim::ViaSpec& other = run.scenario.inputs.viaSets.back().vias.back();
+  changed.vias.front().nextHop = other.nextHop;
+  changed.vias.front().intf = other.intf;
+  Sim::Step change;
+  change.set.emplace().viaSets.push_back(changed);
+  result["viaSetChange"] = timedStep(run, change);
+  result["viaSetChange"]["routes"] = run.scenario.inputs.routes.front().size();
+  result["programmed"] = run.programmed();
+  writeResult(dir, result);
+  return 0;
+}
+
+// 100,000 routes over one via set of one next hop: every route shares one
+// layer-2 adjacency, whose MAC then moves.
+int macMoveCase(const std::filesystem::path& dir) {
+  Sim::ScaleShape shape;
+  shape.routes = 100000;
+  shape.viaSets = 1;
+  shape.nextHops = 1;
+  shape.ecmp = 1;
+  Run run(Sim::scaleScenario(shape), "macmove");
+  run.runner->run();
+  Json result = {{"name", "mac-move-100000"}};
+  result["shape"] = shapeJson(shape);
+
+  Sim::ArpSpec moved = run.scenario.inputs.arp.front();
+  moved.mac = Bexo::EthAddr({0x02, 0xff, 0, 0, 0, 1});
+  Sim::Step step;
+  step.set.emplace().arp.push_back(moved);
+  const auto& config = *run.root().mplsHwCollectionConfig();
+  auto rewritten = [&] {
+    bool found = false;
+    config.forEachL2Adjacency([&](uint64_t, const Vosh::Qel::MplsHwL2AdjacencyConfig& r) {
+      found = found || (r.l2Vias() > 0 && r.l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).mac == moved.mac);
+    });
+    return found;
+  };
+  Sim::Stopwatch watch;
+  run.runner->applyStep(step);
+  const bool l2Rewritten = run.scheduler.runUntil(rewritten, 60);
+  result["l2Rewritten"] = times(watch);
+  result["l2Rewritten"]["done"] = l2Rewritten;
+  const bool settled = run.runner->settle();
+  result["allPublished"] = times(watch);
+  result["allPublished"]["settled"] = settled;
+  result["programmed"] = run.programmed();
+  writeResult(dir, result);
+  return l2Rewritten && settled ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"the pipeline at scale: cold convergence, restart, incremental changes"};
+  std::string which = "cold";
+  std::string out = "bench/results";
+  uint64_t routes = 10000;
+  bool restart = false;
+  app.add_option("--case", which, "cold, incremental or mac-move")
+      ->check(CLI::IsMember({"cold", "incremental", "mac-move"}));
+  app.add_option("--routes", routes, "routes of a cold run")->capture_default_str();
+  app.add_flag("--restart", restart, "after a cold run, restart the agent and time it again");
+  app.add_option("--out", out, "directory for the JSON result files")->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
+  if (which == "cold") return coldCase(routes, restart, out);
+  if (which == "incremental") return incrementalCase(out);
+  return macMoveCase(out);
+}
