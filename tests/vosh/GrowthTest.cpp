@@ -50,6 +50,35 @@ TEST_F(GrowthTest, aCollectionGrowsFromItsInitialCapacityKeepingEveryEntry) {
   EXPECT_EQ(missing, 0u);
 }
 
+TEST_F(GrowthTest, serializedRecordsOfEveryLengthSurviveAnotherCollectionsGrowth) {
+  auto writer = manager();
+  writer->mountWriter("hw/mixed", {{"route", 16}, {"hops", 16}});
+  auto routes = writer->table<uint64_t, Route>("hw/mixed", "route");
+  auto hops = writer->table<uint64_t, HopList>("hw/mixed", "hops");
+  for (uint64_t k = 0; k < 12; ++k) hops->set(k, hopsFor(k));
+  hops->set(3, HopList{});
+  hops->del(5);
+  auto readerManager = manager();
+  readerManager->mountReader("hw/mixed", Vosh::mountTypeReader);
+  auto reader = readerManager->table<uint64_t, HopList>("hw/mixed", "hops");
+
+  for (uint64_t k = 0; k < 5000; ++k) routes->set(k, routeFor(k));
+  ASSERT_GE(routes->capacity(), 5000u);
+
+  for (auto* table : {hops.get(), reader.get()}) {
+    EXPECT_EQ(table->size(), 11u);
+    EXPECT_EQ(table->lookup(3), HopList{});
+    EXPECT_FALSE(table->lookup(5).count);
+    for (uint64_t k = 0; k < 12; ++k) {
+      if (k == 3 || k == 5) continue;
+      EXPECT_EQ(table->lookup(k), hopsFor(k)) << "key " << k;
+    }
+  }
+  hops->set(20, hopsFor(20));
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(reader->lookup(20), hopsFor(20));
+}
+
 TEST_F(GrowthTest, onlyTheNewestGenerationKeepsAName) {
   auto writer = manager();
   writer->mountWriter("hw/routes", {{"route", 4}});
