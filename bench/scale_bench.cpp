@@ -2,7 +2,7 @@
 // library programs it, the simulated driver answers, the library publishes.
 // Each run writes one JSON result file; docs/performance.md explains them.
 //
-//   scale_bench --case cold --routes N [--restart] --out DIR
+//   scale_bench --case cold --routes N [--restart] [--trace-all] --out DIR
 //   scale_bench --case incremental --out DIR
 //   scale_bench --case mac-move --out DIR
 
@@ -17,6 +17,7 @@
 
 #include "QelMpls/QelMplsRootSm.h"
 #include "QelMpls/QelMplsVoshTables.h"
+#include "pellet/Trace.h"
 #include "sim/ResourceUsage.h"
 #include "sim/ScaleScenario.h"
 #include "sim/ScenarioRunner.h"
@@ -151,11 +152,12 @@ void addRatio(Json& result, const char* what, const Json& limit) {
       result[what]["wallSeconds"].get<double>() / limit["wallSeconds"].get<double>();
 }
 
-int coldCase(uint64_t routes, bool withRestart, const std::filesystem::path& dir) {
+int coldCase(uint64_t routes, bool withRestart, bool traceAll, const std::filesystem::path& dir) {
   const Sim::ScaleShape shape = coldShape(routes);
   Run run(Sim::scaleScenario(shape), fmt::format("cold{}", routes));
-  Json result = {{"name", fmt::format("cold-{}", routes)}};
+  Json result = {{"name", fmt::format("cold-{}{}", routes, traceAll ? "-traced" : "")}};
   result["shape"] = shapeJson(shape);
+  result["tracing"] = traceAll ? "every level recorded" : "default levels (0-2) recorded";
   Sim::Stopwatch load;
   run.runner->load();
   result["load"] = times(load);
@@ -278,13 +280,16 @@ int main(int argc, char** argv) {
   std::string out = "bench/results";
   uint64_t routes = 10000;
   bool restart = false;
+  bool traceAll = false;
   app.add_option("--case", which, "cold, incremental or mac-move")
       ->check(CLI::IsMember({"cold", "incremental", "mac-move"}));
   app.add_option("--routes", routes, "routes of a cold run")->capture_default_str();
   app.add_flag("--restart", restart, "after a cold run, restart the agent and time it again");
+  app.add_flag("--trace-all", traceAll, "record every trace level of every facility (not echoed)");
   app.add_option("--out", out, "directory for the JSON result files")->capture_default_str();
   CLI11_PARSE(app, argc, argv);
-  if (which == "cold") return coldCase(routes, restart, out);
+  if (traceAll) Pellet::enable("*", Pellet::allLevels, false);
+  if (which == "cold") return coldCase(routes, restart, traceAll, out);
   if (which == "incremental") return incrementalCase(out);
   return macMoveCase(out);
 }
