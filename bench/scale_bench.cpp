@@ -231,7 +231,10 @@ int incrementalCase(const std::filesystem::path& dir) {
   result["viaSetChange"]["routes"] = run.scenario.inputs.routes.front().size();
   result["programmed"] = run.programmed();
   writeResult(dir, result);
-  return 0;
+  const bool settled = result["routeAdd"]["settled"].get<bool>() &&
+                       result["routeDelete"]["settled"].get<bool>() &&
+                       result["viaSetChange"]["settled"].get<bool>();
+  return settled && result["programmed"].get<uint64_t>() == shape.routes ? 0 : 1;
 }
 
 // 100,000 routes over one via set of one next hop: every route shares one

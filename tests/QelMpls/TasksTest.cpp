@@ -133,6 +133,27 @@ TEST_F(Tasks, withTheAttributeLogCloggedEachTaskHandlesOneItemPerSlice) {
   }
 }
 
+// A thousand routes held back while their adjacency's review re-queues them
+// are looked at again when their own review ends, not after every slice of
+// the review: that would cost routes times slices.
+TEST_F(Tasks, aHeldRouteIsLookedAtAgainOnlyWhenWhatHeldItEnds) {
+  constexpr uint32_t kFirst = 1000;
+  constexpr uint32_t kRoutes = 1000;
+  for (uint32_t label = kFirst; label < kFirst + kRoutes; ++label) routeIs(label, 1);
+  settle();
+  scheduler.itemBudgetIs(10);
+  Pellet::Capture capture({"QelMplsSm"});
+  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
+  settle();
+
+  EXPECT_GE(sm()->reviewTask()->runCount(), kRoutes / 10) << "the review took many slices";
+  for (uint32_t label = kFirst; label < kFirst + kRoutes; ++label) {
+    ASSERT_NE(hwRoute(label).l2AdjId(), record) << label;
+    ASSERT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
+  }
+  EXPECT_LE(capture.count("routeCanBePublished routeKey"), 4 * (kRoutes + 2));
+}
+
 TEST_F(Tasks, withTheAttributeLogCloggedTheRetryTaskRetriesEachRefusedRouteOncePerRound) {
   driver.routeCapacity = 2;
   for (uint32_t label = 200; label < 205; ++label) routeIs(label, 2);
