@@ -35,9 +35,11 @@ std::string runPrefix(const RunArgs& args) {
 }
 
 void printProgress(const Sim::Progress& p) {
+  const std::string hardware =
+      p.hardwareRoutes ? std::to_string(*p.hardwareRoutes) : "held by the driver process";
   fmt::print(stderr,
              "qelmpls: t={:.3f}s lfib {} routes, tracked {}, unprogrammed {}, hardware {}\n",
-             p.time, p.lfibRoutes, p.trackedRoutes, p.unprogrammedRoutes, p.hardwareRoutes);
+             p.time, p.lfibRoutes, p.trackedRoutes, p.unprogrammedRoutes, hardware);
 }
 
 // On stderr, so that what the run programmed prints the same every time.

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "plin/TaskScheduler.h"
@@ -28,7 +29,8 @@ struct Progress {
   uint64_t lfibRoutes = 0;
   uint64_t trackedRoutes = 0;
   uint64_t unprogrammedRoutes = 0;
-  uint64_t hardwareRoutes = 0;
+  // What the in-process driver holds; unknown when it runs elsewhere.
+  std::optional<uint64_t> hardwareRoutes;
 };
 
 struct RunOptions {
