@@ -6,8 +6,6 @@
 //   scale_bench --case incremental --out DIR
 //   scale_bench --case mac-move --out DIR
 
-#include <sys/stat.h>
-
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
@@ -30,15 +28,6 @@ using Json = nlohmann::ordered_json;
 
 std::string uniquePrefix(const std::string& name) {
   return fmt::format("qelbench-{}-{}", getpid(), name);
-}
-
-uint64_t sharedMemoryBytes(const std::string& prefix) {
-  uint64_t total = 0;
-  for (const std::string& name : Vosh::segmentNamesUnder(prefix)) {
-    struct stat st{};
-    if (stat(("/dev/shm" + name).c_str(), &st) == 0) total += static_cast<uint64_t>(st.st_size);
-  }
-  return total;
 }
 
 Json times(const Sim::Stopwatch& watch) {
@@ -101,7 +90,7 @@ Json physicalLimit(uint64_t routes, uint32_t l2Records, uint32_t vias) {
   const std::string prefix = uniquePrefix(fmt::format("limit{}", routes));
   auto em = Kiv::make<Vosh::EntityManager>(prefix, &scheduler);
   const char* configPath = Qel::MplsRootSm::kHwRouteConfigPath;
-  const char* statusPath = "hardware/qel/mplsHwRouteStatus";
+  const char* statusPath = Qel::MplsRootSm::kHwRouteStatusPath;
   em->mountWriter(configPath, Vosh::Qel::MplsHwCollectionConfig::collections());
   em->mountWriter(statusPath, Vosh::Qel::MplsHwCollectionStatus::collections());
   Vosh::Qel::MplsHwCollectionConfig config(*em, configPath);
@@ -169,7 +158,7 @@ int coldCase(uint64_t routes, bool withRestart, bool traceAll, const std::filesy
   result["routesPerSecond"] = static_cast<double>(routes) / t.convergeSeconds;
   result["heapBytesPerRoute"] = t.heapBytesPerRoute();
   result["peakRssBytes"] = t.peakRssBytes;
-  result["sharedMemoryBytes"] = sharedMemoryBytes(run.prefix);
+  result["sharedMemoryBytes"] = Vosh::segmentBytesUnder(run.prefix);
   const Json limit = physicalLimit(routes, shape.viaSets, shape.ecmp);
   result["physicalLimit"] = limit;
   addRatio(result, "converge", limit);

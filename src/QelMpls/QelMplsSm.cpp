@@ -1386,25 +1386,29 @@ void MplsBaseSm::startRetryRound() {
 }
 
 bool MplsBaseSm::routeCanBePublished(const Mpls::RouteKey& routeKey) const {
+  return publishHold(routeKey) == PublishHold::none;
+}
+
+MplsBaseSm::PublishHold MplsBaseSm::publishHold(const Mpls::RouteKey& routeKey) const {
   PELLET_TRACE(trace_, kTraceDetail, "routeCanBePublished routeKey {}", routeKey);
   const Kiv::Ptr<MplsRoute>* route = mplsState()->routeFind(routeKey);
   if (!route) {
     PELLET_TRACE(trace_, kTraceDetail, "Route doesn't exist, publish");
-    return true;
+    return PublishHold::none;
   }
   if (mplsState()->routeKeyForReviewHas(routeKey)) {
     PELLET_TRACE(trace_, kTraceDetail, "Route under review, don't publish");
-    return false;
+    return PublishHold::review;
   }
   if ((*route)->l3AdjIndex() != 0 && mplsState()->l3AdjForReviewHas((*route)->l3AdjIndex())) {
     PELLET_TRACE(trace_, kTraceDetail, "L3Adj under review, don't publish");
-    return false;
+    return PublishHold::review;
   }
   if ((*route)->awaitingHw()) {
     PELLET_TRACE(trace_, kTraceDetail, "Route waiting for hardware, don't publish");
-    return false;
+    return PublishHold::hardware;
   }
-  return true;
+  return PublishHold::none;
 }
 
 void MplsBaseSm::publishRouteKey(const Mpls::RouteKey& routeKey) {
@@ -1453,12 +1457,17 @@ void MplsBaseSm::runPublishRouteKeysTask() {
     const Mpls::RouteKey key = *front;
     publishToExamine_.erase(key);
     if (!keys.contains(key)) continue;
-    if (routeCanBePublished(key)) {
-      keys.erase(key);
-      publishRouteKey(key);
-      ++done;
-    } else if (heldByReview(key)) {
-      publishHeldByReview_.insert(key);
+    switch (publishHold(key)) {
+      case PublishHold::none:
+        keys.erase(key);
+        publishRouteKey(key);
+        ++done;
+        break;
+      case PublishHold::review:
+        publishHeldByReview_.insert(key);
+        break;
+      case PublishHold::hardware:
+        break;
     }
     if (shouldTaskYield(task)) {
       yielded = true;
@@ -1474,14 +1483,6 @@ void MplsBaseSm::queueRouteKeyForPublish(const Mpls::RouteKey& routeKey) {
   mplsState()->routeKeyForPublishIs(routeKey);
   publishHeldByReview_.erase(routeKey);
   publishToExamine_.insert(routeKey);
-}
-
-// Whether a review gate holds the key; otherwise the driver's answer does.
-bool MplsBaseSm::heldByReview(const Mpls::RouteKey& routeKey) const {
-  if (mplsState()->routeKeyForReviewHas(routeKey)) return true;
-  const Kiv::Ptr<MplsRoute>* route = mplsState()->routeFind(routeKey);
-  return route && (*route)->l3AdjIndex() != 0 &&
-         mplsState()->l3AdjForReviewHas((*route)->l3AdjIndex());
 }
 
 void MplsBaseSm::releaseHeldByReview(const Mpls::RouteKey& routeKey) {

@@ -325,7 +325,10 @@ class MplsBaseSm : public Kiv::Entity {
   void startRetryRound();
   template <class Set, class Fn>
   bool drain(Set& set, Fn&& process, uint64_t& done);
-  bool heldByReview(const Mpls::RouteKey& routeKey) const;
+  // What holds a route's publication back: a review (its own or its
+  // adjacency's) or the driver's answer. Traces the gate that holds.
+  enum class PublishHold { none, review, hardware };
+  PublishHold publishHold(const Mpls::RouteKey& routeKey) const;
   void releaseHeldByReview(const Mpls::RouteKey& routeKey);
   void releaseAllHeldByReview();
 

@@ -1,6 +1,7 @@
 #include "vosh/SegmentName.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <charconv>
@@ -66,6 +67,17 @@ std::vector<std::string> segmentNamesUnder(std::string_view prefix) {
   });
   std::sort(names.begin(), names.end());
   return names;
+}
+
+uint64_t segmentBytesUnder(std::string_view prefix) {
+  uint64_t total = 0;
+  for (const std::string& name : segmentNamesUnder(prefix)) {
+    struct stat st {};
+    if (stat(fmt::format("{}{}", kShmDirectory, name).c_str(), &st) == 0) {
+      total += static_cast<uint64_t>(st.st_size);
+    }
+  }
+  return total;
 }
 
 }  // namespace Vosh

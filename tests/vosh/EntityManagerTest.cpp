@@ -47,8 +47,13 @@ TEST_F(EntityManagerTest, removeAllRemovesOnlyItsOwnPrefix) {
   em->mountWriter("b", {{"route", 16}});
   auto otherPrefix = Kiv::make<Vosh::EntityManager>(prefix_ + "x", &scheduler_);
   otherPrefix->mountWriter("a", {{"route", 16}});
+  const uint64_t ownBytes = Vosh::segmentBytesUnder(prefix_);
+  const uint64_t otherBytes = Vosh::segmentBytesUnder(prefix_ + "x");
+  EXPECT_GT(otherBytes, 0u);
+  EXPECT_EQ(ownBytes, 2 * otherBytes) << "two segments of the same shape";
   Vosh::EntityManager::removeAll(prefix_);
   EXPECT_TRUE(Vosh::segmentNamesUnder(prefix_).empty());
+  EXPECT_EQ(Vosh::segmentBytesUnder(prefix_), 0u);
   EXPECT_EQ(Vosh::segmentNamesUnder(prefix_ + "x").size(), 1u);
   Vosh::EntityManager::removeAll(prefix_ + "x");
 }
