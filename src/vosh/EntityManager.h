@@ -21,9 +21,9 @@
 // directly; a reader in real time also polls every millisecond for writers
 // elsewhere. A reader that fell more than a ring behind rescans the slots.
 //
-// A full collection grows by making a new generation of the whole segment
-// with that collection's capacity doubled (see Mount.h): amortised O(1) per
-// insert, no entry lost, no reader stopped.
+// A full collection grows in place into the slots reserved behind it, and
+// past them by making a new generation of the whole segment (see Mount.h):
+// amortised O(1) per insert, no entry lost, no reader stopped.
 //
 // Contents outlive the writer: nothing is unlinked on unmount or exit. The
 // next writer mount of the path finds the segment, rebuilds its index by a

@@ -1,5 +1,6 @@
 #include "vosh/Layout.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include <fmt/format.h>
@@ -31,11 +32,12 @@ std::string collectionProblem(const CollectionHeader& c, uint64_t mappedBytes) {
     default:
       return fmt::format("collection {}: unknown record kind", collectionName(c));
   }
-  if (c.slotBytes != slotBytesFor(recordShape(c)) || c.capacity > kMaxCapacity ||
+  if (c.slotBytes != slotBytesFor(recordShape(c)) || c.capacity > c.reservedSlots ||
+      c.reservedSlots > kMaxCapacity ||
       !isPowerOfTwo(c.ringSize) || c.slotsOffset % 8 != 0 || c.ringOffset % 8 != 0) {
     return fmt::format("collection {}: inconsistent geometry", collectionName(c));
   }
-  if (c.slotsOffset + uint64_t{c.capacity} * c.slotBytes > mappedBytes ||
+  if (c.slotsOffset + uint64_t{c.reservedSlots} * c.slotBytes > mappedBytes ||
       c.ringOffset + uint64_t{c.ringSize} * sizeof(uint32_t) > mappedBytes) {
     return fmt::format("collection {}: extends past the segment", collectionName(c));
   }
@@ -53,11 +55,21 @@ uint32_t slotBytesFor(const RecordShape& shape) {
   return slotRecordOffset(shape.keyBytes) + static_cast<uint32_t>(alignUp(shape.recordBytes, 8));
 }
 
+uint32_t reservedSlotsFor(const CollectionSpec& spec) {
+  const uint64_t slotBytes = slotBytesFor(spec.shape);
+  // An untyped collection has no slots yet; it keeps the request for when it
+  // gets its shape.
+  if (slotBytes == 0) return spec.reservedSlots;
+  const uint64_t affordable = kMaxReservedSlotBytes / slotBytes;
+  const uint64_t wanted = std::min<uint64_t>(spec.reservedSlots, kMaxCapacity);
+  return static_cast<uint32_t>(std::max<uint64_t>(spec.capacity, std::min(wanted, affordable)));
+}
+
 uint64_t segmentBytesFor(const std::vector<CollectionSpec>& specs) {
   uint64_t bytes = alignUp(directoryOffset() + specs.size() * sizeof(CollectionHeader), kAlign);
   for (const CollectionSpec& s : specs) {
     if (s.shape.kind == RecordKind::untyped) continue;
-    bytes += alignUp(uint64_t{s.capacity} * slotBytesFor(s.shape), kAlign);
+    bytes += alignUp(uint64_t{reservedSlotsFor(s)} * slotBytesFor(s.shape), kAlign);
     bytes += alignUp(uint64_t{s.ringSize} * sizeof(uint32_t), kAlign);
   }
   return bytes;
@@ -81,9 +93,10 @@ void segmentFormat(std::byte* base, const std::vector<CollectionSpec>& specs, st
     c->slotBytes = slotBytesFor(s.shape);
     c->capacity = s.capacity;
     c->ringSize = s.ringSize;
+    c->reservedSlots = reservedSlotsFor(s);
     if (s.shape.kind != RecordKind::untyped) {
       c->slotsOffset = offset;
-      offset += alignUp(uint64_t{s.capacity} * c->slotBytes, kAlign);
+      offset += alignUp(uint64_t{c->reservedSlots} * c->slotBytes, kAlign);
       c->ringOffset = offset;
       offset += alignUp(uint64_t{s.ringSize} * sizeof(uint32_t), kAlign);
     }
@@ -144,7 +157,7 @@ std::vector<CollectionSpec> collectionSpecs(const std::byte* base) {
   specs.reserve(h->collectionCount);
   for (uint32_t i = 0; i < h->collectionCount; ++i) {
     specs.push_back(CollectionSpec{std::string(collectionName(c[i])), recordShape(c[i]),
-                                   c[i].capacity, c[i].ringSize});
+                                   c[i].capacity, c[i].ringSize, c[i].reservedSlots});
   }
   return specs;
 }

@@ -6,8 +6,12 @@
 //   SegmentHeader                      magic, version, generation, superseded
 //   CollectionHeader[collectionCount]  the directory, one entry per collection
 //   per typed collection:
-//     slots[capacity]                  each: seq u32, state u32, key, record
+//     slots[reservedSlots]             each: seq u32, state u32, key, record
 //     ring[ringSize]                   u32 slot numbers, the change log
+//
+// A collection's slot area is reserved beyond its capacity, so that it grows
+// in place, without a new generation, until the reservation is used up: the
+// segment is sparse, and slots never written cost address space, not memory.
 //
 // A collection declared by the writer's mount but not yet given its record
 // shape (no typed table asked for it) is `untyped`: it has a directory entry
@@ -23,12 +27,17 @@
 namespace Vosh {
 
 inline constexpr uint64_t kSegmentMagic = 0x314c4254534f4856ULL;
-inline constexpr uint32_t kLayoutVersion = 1;
+inline constexpr uint32_t kLayoutVersion = 2;
 inline constexpr size_t kPathBytes = 256;
 inline constexpr size_t kCollectionNameBytes = 64;
 inline constexpr uint32_t kDefaultChangeRingSize = 65536;
 // Slot numbers are 32-bit and the top bit of a slot's state is its used flag.
 inline constexpr uint32_t kMaxCapacity = 1u << 30;
+// Slots a collection reserves unless its declaration says otherwise: a
+// million routes grow in place.
+inline constexpr uint32_t kDefaultReservedCapacity = 1u << 20;
+// No collection's reservation goes past this many bytes of slots.
+inline constexpr uint64_t kMaxReservedSlotBytes = uint64_t{1} << 30;
 
 enum class RecordKind : uint32_t { untyped = 0, fixed = 1, serialized = 2 };
 
@@ -52,12 +61,15 @@ struct CollectionHeader {
   // Fixed records: their size. Serialized records: the largest encoding.
   uint32_t recordBytes;
   uint32_t slotBytes;
+  // Slots in use may go up to here; the writer raises it in place, up to
+  // reservedSlots.
   uint32_t capacity;
   // Slots at and above this number have never been used since the last
   // delete-all; scans stop here.
   uint32_t highWater;
   uint32_t ringSize;
-  uint32_t reserved;
+  // Slots the area has room for (untyped: the room asked for).
+  uint32_t reservedSlots;
   uint64_t slotsOffset;
   uint64_t ringOffset;
   // Changes ever logged; the ring holds the last ringSize of them.
@@ -81,12 +93,17 @@ struct CollectionSpec {
   RecordShape shape;
   uint32_t capacity = 0;
   uint32_t ringSize = 0;
+  // Slots wanted ahead of the capacity; the layout gives fewer when that
+  // would pass kMaxReservedSlotBytes, never fewer than the capacity.
+  uint32_t reservedSlots = 0;
   friend bool operator==(const CollectionSpec&, const CollectionSpec&) = default;
 };
 
 inline constexpr uint32_t kSlotHeaderBytes = 8;
 uint32_t slotRecordOffset(uint32_t keyBytes);
 uint32_t slotBytesFor(const RecordShape& shape);
+// The slots a collection laid out from this spec has room for.
+uint32_t reservedSlotsFor(const CollectionSpec& spec);
 
 uint64_t segmentBytesFor(const std::vector<CollectionSpec>& specs);
 // Writes the header and directory of a fresh, zeroed segment; leaves the

@@ -14,9 +14,9 @@ namespace Vosh {
 
 namespace {
 
-// Every growth copies the whole segment, the other collections included, so
-// a table filled from 1024 to a million entries should move few times; the
-// slots it reserves ahead cost address space, not memory, until used.
+// Growth past a reservation copies the whole segment, the other collections
+// included, so it should happen few times; the slots a new generation
+// reserves ahead cost address space, not memory, until used.
 constexpr uint32_t kGrowthFactor = 4;
 
 uint32_t roundUpToPowerOfTwo(uint32_t n) {
@@ -52,11 +52,12 @@ std::vector<CollectionSpec> wantedSpecs(const std::vector<CollectionDecl>& decls
   wanted.reserve(decls.size());
   for (const CollectionDecl& d : decls) {
     CollectionSpec given{d.name, RecordShape{}, d.initialCapacity,
-                        roundUpToPowerOfTwo(std::max(d.changeRingSize, 1u))};
+                         roundUpToPowerOfTwo(std::max(d.changeRingSize, 1u)), d.reservedCapacity};
     for (const CollectionSpec& e : existing) {
       if (e.name != d.name || e.shape.kind == RecordKind::untyped) continue;
       given.shape = e.shape;
       given.capacity = std::max(given.capacity, e.capacity);
+      given.reservedSlots = e.reservedSlots;
     }
     wanted.push_back(given);
   }
@@ -300,6 +301,14 @@ void Mount::collectionShapeIs(std::string_view name, const RecordShape& shape) {
 }
 
 void Mount::collectionGrow(std::string_view name) {
+  CollectionHeader* header = collection(name);
+  KIV_ASSERT(header);
+  const uint64_t grown = uint64_t{header->capacity} * kGrowthFactor;
+  if (grown <= header->reservedSlots) {
+    // Readers learn of it from the slots the writer uses next.
+    storeRelease(&header->capacity, static_cast<uint32_t>(grown));
+    return;
+  }
   std::vector<CollectionSpec> specs = collectionSpecs(base());
   for (CollectionSpec& s : specs) {
     if (s.name != name) continue;

@@ -2,9 +2,11 @@
 // One mounted path: the segment generation currently mapped, and the tables
 // that point into it.
 //
-// The writer's mount makes new generations: when a collection is full (its
-// capacity doubled), when a collection first gets its record shape, and when
-// a new mount's declarations differ from what a previous writer left. A new
+// A full collection first grows in place, into the slots reserved after its
+// capacity. The writer's mount makes new generations: when a collection is
+// full and so is its reservation (its capacity multiplied), when a collection
+// first gets its record shape, and when a new mount's declarations differ
+// from what a previous writer left. A new
 // generation is a fresh segment holding a copy of every collection, slot for
 // slot, with sequence counters and change ring as they were. Only then is the
 // old one marked superseded and unlinked; readers that still map it keep a
@@ -45,6 +47,9 @@ struct CollectionDecl {
   // Changes a reader may fall behind by before it must rescan; rounded up to
   // a power of two.
   uint32_t changeRingSize = kDefaultChangeRingSize;
+  // Slots reserved so that the collection grows in place up to them (fewer
+  // for large records, see kMaxReservedSlotBytes); 0 reserves nothing ahead.
+  uint32_t reservedCapacity = kDefaultReservedCapacity;
 };
 
 class Mount : public Kiv::RefCounted {
@@ -71,7 +76,8 @@ class Mount : public Kiv::RefCounted {
   // had another shape starts empty: its old bytes cannot be read as the new
   // records.
   void collectionShapeIs(std::string_view name, const RecordShape& shape);
-  // Writer: doubles a collection's capacity.
+  // Writer: raises a full collection's capacity, in place while its
+  // reservation lasts.
   void collectionGrow(std::string_view name);
 
   // Reader: moves to the newest generation once the mapped one is superseded.

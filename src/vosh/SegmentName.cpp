@@ -74,7 +74,7 @@ uint64_t segmentBytesUnder(std::string_view prefix) {
   for (const std::string& name : segmentNamesUnder(prefix)) {
     struct stat st {};
     if (stat(fmt::format("{}{}", kShmDirectory, name).c_str(), &st) == 0) {
-      total += static_cast<uint64_t>(st.st_size);
+      total += static_cast<uint64_t>(st.st_blocks) * 512;
     }
   }
   return total;

@@ -20,7 +20,8 @@ std::string segmentGenerationName(std::string_view baseName, uint32_t generation
 std::vector<uint32_t> segmentGenerationsPresent(std::string_view baseName);
 // Every segment name ("/...") under a prefix.
 std::vector<std::string> segmentNamesUnder(std::string_view prefix);
-// The sizes of those segments added up (reserved, not necessarily resident).
+// The memory those segments hold, added up: the pages written, not the
+// slots reserved.
 uint64_t segmentBytesUnder(std::string_view prefix);
 
 }  // namespace Vosh

@@ -315,6 +315,7 @@ class Table final : public TableBase {
     if (!bound()) return;
     uint64_t written = ring().writeCount();
     if (written == cursor_) return;
+    adoptGrowth();
     if (ring().forEach(cursor_, written, [this](uint32_t slot) { mark(slot); })) {
       cursor_ = written;
       applyMarked();
@@ -343,7 +344,9 @@ class Table final : public TableBase {
   void rescan() const {
     clearMarks();
     uint64_t written = ring().writeCount();
-    for (uint32_t s = 0, end = std::max(highWater(), seenHigh_); s < end; ++s) {
+    adoptGrowth();
+    const uint32_t end = std::min(std::max(highWater(), seenHigh_), capacityAdopted());
+    for (uint32_t s = 0; s < end; ++s) {
       if (slotSeq(slotAt(s)) != seen_[s].seq) mark(s);
     }
     cursor_ = written;
@@ -395,6 +398,17 @@ class Table final : public TableBase {
     adoptCapacity();
     rescan();
     scheduleIfPending();
+  }
+
+  uint32_t capacityAdopted() const { return static_cast<uint32_t>(seen_.size()); }
+
+  // The writer raised the capacity in place: every change logged up to the
+  // count just read lies within what capacity() says now.
+  void adoptGrowth() const {
+    const uint32_t slots = capacity();
+    if (slots <= seen_.size()) return;
+    seen_.resize(slots);
+    marked_.resize(slots, 0);
   }
 
   // Slots beyond a smaller capacity are gone.

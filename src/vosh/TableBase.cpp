@@ -77,7 +77,7 @@ uint32_t TableBase::takeSlot() {
     freeSlots_.pop_back();
     return slot;
   }
-  if (header_->highWater >= header_->capacity) mount_->collectionGrow(collection_);
+  if (header_->highWater >= capacity()) mount_->collectionGrow(collection_);
   uint32_t slot = header_->highWater;
   storeRelease(&header_->highWater, slot + 1);
   return slot;

@@ -29,8 +29,9 @@ class TableBase : public Kiv::RefCounted {
   const std::string& collection() const noexcept { return collection_; }
   bool writable() const noexcept { return writable_; }
   bool mounted() const noexcept { return mounted_; }
-  // Slots in the generation mapped now; 0 when the collection is not there.
-  uint32_t capacity() const noexcept { return bound_ ? header_->capacity : 0; }
+  // Slots usable in the generation mapped now (the writer raises it in
+  // place); 0 when the collection is not there.
+  uint32_t capacity() const noexcept { return bound_ ? loadAcquire(&header_->capacity) : 0; }
 
   // Reader: takes in the writer's changes now; their notifications still
   // come from the event loop.
@@ -63,7 +64,7 @@ class TableBase : public Kiv::RefCounted {
     return slots_ + size_t{slot} * geometry_.slotBytes;
   }
   uint32_t highWater() const noexcept {
-    return std::min(loadAcquire(&header_->highWater), header_->capacity);
+    return std::min(loadAcquire(&header_->highWater), loadAcquire(&header_->capacity));
   }
   const ChangeRing& ring() const noexcept { return ring_; }
 

@@ -9,21 +9,28 @@
 namespace VoshTest {
 namespace {
 
-// The sanitizer build runs unoptimised; a smaller table still grows through
-// many generations there.
+// The sanitizer build runs unoptimised; a smaller table still grows many
+// times there.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr uint64_t kEntries = 200'000;
 #else
 constexpr uint64_t kEntries = 1'000'000;
 #endif
 
+// A collection that reserves nothing ahead makes a new generation each time
+// it fills.
+Vosh::CollectionDecl unreserved(std::string name, uint32_t capacity) {
+  return Vosh::CollectionDecl{std::move(name), capacity, Vosh::kDefaultChangeRingSize, 0};
+}
+
 class GrowthTest : public VoshFixture {};
 
-TEST_F(GrowthTest, aCollectionGrowsFromItsInitialCapacityKeepingEveryEntry) {
+TEST_F(GrowthTest, aCollectionGrowsInPlaceFromItsInitialCapacityKeepingEveryEntry) {
   auto writer = manager();
   writer->mountWriter("hw/routes", {{"route", 1024}, {"other", 16}});
   auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
   auto other = writer->table<uint64_t, Route>("hw/routes", "other");
+  const std::string segment = writer->segmentName("hw/routes");
   other->set(7, routeFor(7));
 
   auto readerManager = manager();
@@ -37,6 +44,7 @@ TEST_F(GrowthTest, aCollectionGrowsFromItsInitialCapacityKeepingEveryEntry) {
   for (uint64_t k = 1; k < kEntries; ++k) routes->set(k, routeFor(k));
 
   EXPECT_GE(routes->capacity(), kEntries);
+  EXPECT_EQ(writer->segmentName("hw/routes"), segment) << "grew within its reservation";
   EXPECT_EQ(routes->size(), kEntries);
   EXPECT_EQ(other->lookup(7), routeFor(7));
   uint64_t missing = 0;
@@ -52,7 +60,7 @@ TEST_F(GrowthTest, aCollectionGrowsFromItsInitialCapacityKeepingEveryEntry) {
 
 TEST_F(GrowthTest, serializedRecordsOfEveryLengthSurviveAnotherCollectionsGrowth) {
   auto writer = manager();
-  writer->mountWriter("hw/mixed", {{"route", 16}, {"hops", 16}});
+  writer->mountWriter("hw/mixed", {unreserved("route", 16), unreserved("hops", 16)});
   auto routes = writer->table<uint64_t, Route>("hw/mixed", "route");
   auto hops = writer->table<uint64_t, HopList>("hw/mixed", "hops");
   for (uint64_t k = 0; k < 12; ++k) hops->set(k, hopsFor(k));
@@ -62,8 +70,10 @@ TEST_F(GrowthTest, serializedRecordsOfEveryLengthSurviveAnotherCollectionsGrowth
   readerManager->mountReader("hw/mixed", Vosh::mountTypeReader);
   auto reader = readerManager->table<uint64_t, HopList>("hw/mixed", "hops");
 
+  const std::string segment = writer->segmentName("hw/mixed");
   for (uint64_t k = 0; k < 5000; ++k) routes->set(k, routeFor(k));
   ASSERT_GE(routes->capacity(), 5000u);
+  ASSERT_NE(writer->segmentName("hw/mixed"), segment) << "copied into new generations";
 
   for (auto* table : {hops.get(), reader.get()}) {
     EXPECT_EQ(table->size(), 11u);
@@ -81,7 +91,7 @@ TEST_F(GrowthTest, serializedRecordsOfEveryLengthSurviveAnotherCollectionsGrowth
 
 TEST_F(GrowthTest, onlyTheNewestGenerationKeepsAName) {
   auto writer = manager();
-  writer->mountWriter("hw/routes", {{"route", 4}});
+  writer->mountWriter("hw/routes", {unreserved("route", 4)});
   auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
   std::string first = writer->segmentName("hw/routes");
   for (uint64_t k = 0; k < 100; ++k) routes->set(k, routeFor(k));
@@ -94,7 +104,7 @@ TEST_F(GrowthTest, onlyTheNewestGenerationKeepsAName) {
 
 TEST_F(GrowthTest, aReaderMovesToTheNewGenerationOnItsNextLookup) {
   auto writer = manager();
-  writer->mountWriter("hw/routes", {{"route", 4}});
+  writer->mountWriter("hw/routes", {unreserved("route", 4)});
   auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
   for (uint64_t k = 0; k < 4; ++k) routes->set(k, routeFor(k));
   auto readerManager = manager();
