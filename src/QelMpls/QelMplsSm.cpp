@@ -828,14 +828,13 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
 
   // Next hops this adjacency no longer uses are dropped after the new set is
   // known, so a next hop kept across the change keeps its proactive request.
-  std::vector<IpAddrIntfId> previousNextHops(adjacency->nextHopColl().begin(),
-                                             adjacency->nextHopColl().end());
   std::vector<Bridging::HostKey> previousHostKeys(adjacency->hostKeyColl().begin(),
                                                   adjacency->hostKeyColl().end());
-  adjacency->nextHopDelAll();
   adjacency->hostKeyDelAll();
 
   Mpls::Hardware::L2ViaSet l2ViaSet;
+  std::vector<IpAddrIntfId> nextHops;
+  nextHops.reserve(programmableVias.vias());
   std::string resolved;
   for (const auto& [viaIndex, via] : programmableVias.viaColl()) {
     KIV_ASSERT_TEXT(via.nextHop.af() == Bexo::ipv4() || via.nextHop.af() == Bexo::ipv6(),
@@ -845,13 +844,14 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
       if (trace_.on(kTraceDetail)) resolved += nextHopKey.stringValue() + " ";
     }
     mplsState()->mplsNextHopIs(nextHopKey)->resolvedByMNHIs(adjacency->index());
-    adjacency->nextHopIs(nextHopKey);
+    nextHops.push_back(nextHopKey);
   }
   if (resolved.empty()) {
     PELLET_TRACE(trace_, kTraceDetail, "nexthop not resolved");
   } else {
     PELLET_TRACE(trace_, kTraceDetail, "resolved nexthops: {}", resolved);
   }
+  std::vector<IpAddrIntfId> previousNextHops = nextHopsIs(adjacency, std::move(nextHops));
   releaseDroppedDependencies(adjacency, previousNextHops, previousHostKeys);
 
   Kiv::Ptr<MplsL2Adjacency> previous = adjacency->l2Adjacency();
@@ -869,6 +869,20 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
     PELLET_TRACE(trace_, kTraceAdj, "add l2 adj {} for review", previous->index());
     mplsState()->l2AdjForReviewIs(previous->index());
   }
+}
+
+// Replaces the adjacency's next hops when they changed (a review mostly finds
+// the same ones); returns those it had before a change.
+std::vector<IpAddrIntfId> MplsBaseSm::nextHopsIs(L3Adjacency* adjacency,
+                                                 std::vector<IpAddrIntfId> nextHops) {
+  std::sort(nextHops.begin(), nextHops.end());
+  nextHops.erase(std::unique(nextHops.begin(), nextHops.end()), nextHops.end());
+  const auto& current = adjacency->nextHopColl();
+  if (std::equal(current.begin(), current.end(), nextHops.begin(), nextHops.end())) return {};
+  std::vector<IpAddrIntfId> previous(current.begin(), current.end());
+  adjacency->nextHopDelAll();
+  for (const IpAddrIntfId& key : nextHops) adjacency->nextHopIs(key);
+  return previous;
 }
 
 void MplsBaseSm::releaseDroppedDependencies(L3Adjacency* adjacency,
@@ -1266,10 +1280,7 @@ void MplsBaseSm::runReviewTask() {
     before = done;
     yielded = drain(
         s->routeKeyForReviewColl(),
-        [this](const Mpls::RouteKey& k) {
-          processRouteKey(k);
-          releaseHeldByReview(k);
-        },
+        [this](const Mpls::RouteKey& k) { processRouteKey(k); },
         done);
     s->routeKeyReviewedInc(done - before);
   }
@@ -1453,9 +1464,9 @@ void MplsBaseSm::runPublishRouteKeysTask() {
   auto& keys = mplsState()->routeKeyForPublishColl();
   uint64_t done = 0;
   bool yielded = false;
-  while (const Mpls::RouteKey* front = publishToExamine_.front()) {
-    const Mpls::RouteKey key = *front;
-    publishToExamine_.erase(key);
+  while (!publishToExamine_.empty()) {
+    const Mpls::RouteKey key = publishToExamine_.front();
+    publishToExamine_.pop_front();
     if (!keys.contains(key)) continue;
     switch (publishHold(key)) {
       case PublishHold::none:
@@ -1464,7 +1475,7 @@ void MplsBaseSm::runPublishRouteKeysTask() {
         ++done;
         break;
       case PublishHold::review:
-        publishHeldByReview_.insert(key);
+        publishHeldByReview_.push_back(key);
         break;
       case PublishHold::hardware:
         break;
@@ -1481,26 +1492,23 @@ void MplsBaseSm::runPublishRouteKeysTask() {
 
 void MplsBaseSm::queueRouteKeyForPublish(const Mpls::RouteKey& routeKey) {
   mplsState()->routeKeyForPublishIs(routeKey);
-  publishHeldByReview_.erase(routeKey);
-  publishToExamine_.insert(routeKey);
-}
-
-void MplsBaseSm::releaseHeldByReview(const Mpls::RouteKey& routeKey) {
-  if (publishHeldByReview_.erase(routeKey)) publishToExamine_.insert(routeKey);
+  publishToExamine_.push_back(routeKey);
 }
 
 // Once nothing is under review, no review gate holds anything.
 void MplsBaseSm::releaseAllHeldByReview() {
-  while (const Mpls::RouteKey* front = publishHeldByReview_.front()) {
-    const Mpls::RouteKey key = *front;
-    publishHeldByReview_.erase(key);
-    publishToExamine_.insert(key);
-  }
+  publishToExamine_.insert(publishToExamine_.end(), publishHeldByReview_.begin(),
+                           publishHeldByReview_.end());
+  std::vector<Mpls::RouteKey>().swap(publishHeldByReview_);
 }
 
+// Only an adjacency's review calls this, and processL3Adj then queues the same
+// routes for review; every route review ends by queueing its route for
+// publication again (or for another review), and that is when the publish
+// task looks at it. Looking at them now would only find them under review.
 void MplsBaseSm::scheduleRouteKeyForPublish(const L3Adjacency* adjacency) {
   for (const Mpls::RouteKey& key : adjacency->routeKeyColl()) {
-    queueRouteKeyForPublish(key);
+    mplsState()->routeKeyForPublishIs(key);
   }
   routePublishTask_->scheduleAfter(reviewInterval());
 }
@@ -1604,7 +1612,7 @@ void MplsBaseSm::unprogramRouteKey(const Mpls::RouteKey& routeKey) {
   if (Kiv::Ptr<MplsRoute> route = mplsState()->route(routeKey); route && route->awaitingHw()) {
     route->awaitingHwIs(false);
     // Held back for the answer that will not come now.
-    if (mplsState()->routeKeyForPublishHas(routeKey)) publishToExamine_.insert(routeKey);
+    if (mplsState()->routeKeyForPublishHas(routeKey)) publishToExamine_.push_back(routeKey);
   }
 }
 

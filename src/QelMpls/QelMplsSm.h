@@ -47,6 +47,7 @@
 // forces the normal stage whatever has not answered.
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -318,6 +319,7 @@ class MplsBaseSm : public Kiv::Entity {
   Kiv::Ptr<MplsL2Adjacency> l2AdjacencyForViaSet(const Mpls::Hardware::L2ViaSet& l2ViaSet,
                                                  L3Adjacency* adjacency);
   void recordFdbDependency(L3Adjacency* adjacency, const Bridging::HostKey& hostKey);
+  std::vector<IpAddrIntfId> nextHopsIs(L3Adjacency* adjacency, std::vector<IpAddrIntfId> nextHops);
   void releaseDroppedDependencies(L3Adjacency* adjacency, const std::vector<IpAddrIntfId>& nextHops,
                                   const std::vector<Bridging::HostKey>& hostKeys);
   void rescheduleUnprogrammedTask();
@@ -329,7 +331,6 @@ class MplsBaseSm : public Kiv::Entity {
   // adjacency's) or the driver's answer. Traces the gate that holds.
   enum class PublishHold { none, review, hardware };
   PublishHold publishHold(const Mpls::RouteKey& routeKey) const;
-  void releaseHeldByReview(const Mpls::RouteKey& routeKey);
   void releaseAllHeldByReview();
 
   Inputs in_;
@@ -352,14 +353,17 @@ class MplsBaseSm : public Kiv::Entity {
   std::vector<Mpls::RouteKey> retryRoutes_;
   size_t retryL2AdjsDone_ = 0;
   size_t retryRoutesDone_ = 0;
-  // The keys of routeKeyForPublish the publish task has yet to look at. A
-  // key its gates hold back leaves this queue, and comes back when what held
-  // it ends: its route's review (publishHeldByReview_ remembers those) or
-  // the driver's answer. So a task run costs what changed since the last
-  // one, not the whole set: a million routes held during a cold start would
+  // The keys of routeKeyForPublish the publish task has yet to look at, in
+  // the order they were queued (a key queued twice is looked at twice; the
+  // second look finds it published or held). A key its gates hold back leaves
+  // this queue and comes back when what held it ends: a review held it
+  // (publishHeldByReview_ keeps those until no review is left; a route's own
+  // review queues it again before that) or the driver's answer. So a task run
+  // costs what changed since the last one, not the whole set, and queueing
+  // touches no hash table: a million routes held during a cold start would
   // otherwise be rescanned after every slice of the review.
-  Kiv::HashSet<Mpls::RouteKey> publishToExamine_;
-  Kiv::HashSet<Mpls::RouteKey> publishHeldByReview_;
+  std::deque<Mpls::RouteKey> publishToExamine_;
+  std::vector<Mpls::RouteKey> publishHeldByReview_;
   std::unique_ptr<Reactors> reactors_;
 };
 

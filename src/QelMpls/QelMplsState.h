@@ -225,7 +225,9 @@ class MplsNextHop : public Kiv::RefCounted {
  public:
   explicit MplsNextHop(const IpAddrIntfId& key) : key_(key) {}
   const IpAddrIntfId& key() const { return key_; }
-  KIV_ORDERED_SET(L3AdjIndex, resolvedByMNH)
+  // Hundreds of adjacencies per next hop, each added again at every review:
+  // a hash set keeps that O(1).
+  KIV_SET(L3AdjIndex, resolvedByMNH)
 
  private:
   IpAddrIntfId key_;
