@@ -2,7 +2,9 @@
 // Insertion-ordered open-addressing hash map.
 //
 // Entries live densely in insertion order; a separate index of 32-bit positions
-// finds them. Iteration order is therefore the order of insertion, the same for
+// finds them. Each index word also carries a few bits of its key's hash, so a
+// probe passes over other keys without touching their entries: in a table of
+// a million keys that is a cache miss saved per collision. Iteration order is therefore the order of insertion, the same for
 // the same sequence of operations in every process (no hash seed shows), and
 // front()/popFront() give FIFO draining for the review sets. Erasing leaves a
 // hole that is skipped; holes are compacted away on a later insertion, so
@@ -11,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <stdexcept>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -50,6 +53,12 @@ class HashMap {
    };
    static constexpr uint32_t kEmpty = 0;
    static constexpr uint32_t kHole = 0xffffffffu;
+   // An index word: the entry's position + 1 in the low bits, a tag from the
+   // hash's top bits above. Positions stop short of all ones, so no word is
+   // ever kHole.
+   static constexpr unsigned kPositionBits = 26;
+   static constexpr uint32_t kPositionMask = (1u << kPositionBits) - 1;
+   static constexpr size_t kMaxEntries = kPositionMask - 1;
    static constexpr size_t kKeptCapacity = 4096;
 
  public:
@@ -116,11 +125,14 @@ class HashMap {
 
    bool erase(const K& k) {
       if (index_.empty()) return false;
+      const size_t h = H{}(k);
+      const uint32_t tag = tagOf(h);
       size_t mask = index_.size() - 1;
-      for (size_t i = H{}(k)&mask;; i = (i + 1) & mask) {
-         uint32_t slot = index_[i];
-         if (slot == kEmpty) return false;
-         if (slot != kHole && cells_[slot - 1].entry.first == k) {
+      for (size_t i = h & mask;; i = (i + 1) & mask) {
+         uint32_t word = index_[i];
+         if (word == kEmpty) return false;
+         uint32_t slot = word & kPositionMask;
+         if (word != kHole && (word & ~kPositionMask) == tag && cells_[slot - 1].entry.first == k) {
             index_[i] = kHole;
             ++holesInIndex_;
             Cell& c = cells_[slot - 1];
@@ -167,13 +179,21 @@ class HashMap {
       return s;
    }
 
+   static uint32_t tagOf(size_t hash) {
+      return static_cast<uint32_t>(uint64_t{hash} >> (64 - (32 - kPositionBits))) << kPositionBits;
+   }
+
    uint32_t lookup(const K& k) const {
       if (index_.empty()) return kEmpty;
+      const size_t h = H{}(k);
+      const uint32_t tag = tagOf(h);
       size_t mask = index_.size() - 1;
-      for (size_t i = H{}(k)&mask;; i = (i + 1) & mask) {
-         uint32_t slot = index_[i];
-         if (slot == kEmpty) return kEmpty;
-         if (slot != kHole && cells_[slot - 1].entry.first == k) return slot;
+      for (size_t i = h & mask;; i = (i + 1) & mask) {
+         uint32_t word = index_[i];
+         if (word == kEmpty) return kEmpty;
+         uint32_t slot = word & kPositionMask;
+         if (word != kHole && (word & ~kPositionMask) == tag && cells_[slot - 1].entry.first == k)
+            return slot;
       }
    }
 
@@ -183,6 +203,7 @@ class HashMap {
       // cells.size() insertions.
       if ((cells_.size() + 1 + holesInIndex_) * 2 > index_.size())
          rebuildIndex(indexSizeFor(cells_.size() + 1));
+      if (cells_.size() >= kMaxEntries) throw std::length_error("Kiv::HashMap: too many entries");
       cells_.push_back(Cell{Entry{k, std::move(v)}, true});
       ++live_;
       place(k, static_cast<uint32_t>(cells_.size()));
@@ -190,10 +211,11 @@ class HashMap {
    }
 
    void place(const K& k, uint32_t slot) {
+      const size_t h = H{}(k);
       size_t mask = index_.size() - 1;
-      size_t i = H{}(k)&mask;
+      size_t i = h & mask;
       while (index_[i] != kEmpty) i = (i + 1) & mask;
-      index_[i] = slot;
+      index_[i] = slot | tagOf(h);
    }
 
    void compact() {
