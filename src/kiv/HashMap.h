@@ -2,7 +2,9 @@
 // Insertion-ordered open-addressing hash map.
 //
 // Entries live densely in insertion order; a separate index of 32-bit positions
-// finds them. Each index word also carries a few bits of its key's hash, so a
+// finds them, once there are more than a few: a small map (an adjacency's
+// routes) is searched by a scan of its entries and keeps no index. Each index
+// word also carries a few bits of its key's hash, so a
 // probe passes over other keys without touching their entries: in a table of
 // a million keys that is a cache miss saved per collision. Iteration order is therefore the order of insertion, the same for
 // the same sequence of operations in every process (no hash seed shows), and
@@ -59,6 +61,8 @@ class HashMap {
    static constexpr unsigned kPositionBits = 26;
    static constexpr uint32_t kPositionMask = (1u << kPositionBits) - 1;
    static constexpr size_t kMaxEntries = kPositionMask - 1;
+   // Up to this many entries a scan (a few cache lines) replaces the index.
+   static constexpr size_t kSmallEntries = 16;
    static constexpr size_t kKeptCapacity = 4096;
 
  public:
@@ -124,29 +128,19 @@ class HashMap {
    }
 
    bool erase(const K& k) {
-      if (index_.empty()) return false;
-      const size_t h = H{}(k);
-      const uint32_t tag = tagOf(h);
-      size_t mask = index_.size() - 1;
-      for (size_t i = h & mask;; i = (i + 1) & mask) {
-         uint32_t word = index_[i];
-         if (word == kEmpty) return false;
-         uint32_t slot = word & kPositionMask;
-         if (word != kHole && (word & ~kPositionMask) == tag && cells_[slot - 1].entry.first == k) {
-            index_[i] = kHole;
-            ++holesInIndex_;
-            Cell& c = cells_[slot - 1];
-            c.live = false;
-            c.entry.second = V{};
-            --live_;
-            if (live_ == 0) {
-               clear();
-            } else if (slot - 1 == head_) {
-               advanceHead();
-            }
-            return true;
-         }
+      const uint32_t slot = lookup(k);
+      if (slot == kEmpty) return false;
+      if (!index_.empty()) punchHole(k, slot);
+      Cell& c = cells_[slot - 1];
+      c.live = false;
+      c.entry.second = V{};
+      --live_;
+      if (live_ == 0) {
+         clear();
+      } else if (slot - 1 == head_) {
+         advanceHead();
       }
+      return true;
    }
 
    // A set drained after a burst (a million routes reviewed at start-up)
@@ -169,7 +163,7 @@ class HashMap {
 
    void reserve(size_t n) {
       cells_.reserve(n);
-      if (indexSizeFor(n) > index_.size()) rebuildIndex(indexSizeFor(n));
+      if (n > kSmallEntries && indexSizeFor(n) > index_.size()) rebuildIndex(indexSizeFor(n));
    }
 
  private:
@@ -184,7 +178,7 @@ class HashMap {
    }
 
    uint32_t lookup(const K& k) const {
-      if (index_.empty()) return kEmpty;
+      if (index_.empty()) return scan(k);
       const size_t h = H{}(k);
       const uint32_t tag = tagOf(h);
       size_t mask = index_.size() - 1;
@@ -197,16 +191,32 @@ class HashMap {
       }
    }
 
+   uint32_t scan(const K& k) const {
+      for (size_t i = head_; i < cells_.size(); ++i) {
+         if (cells_[i].live && cells_[i].entry.first == k) return static_cast<uint32_t>(i + 1);
+      }
+      return kEmpty;
+   }
+
+   void punchHole(const K& k, uint32_t slot) {
+      size_t mask = index_.size() - 1;
+      size_t i = H{}(k)&mask;
+      while ((index_[i] & kPositionMask) != slot) i = (i + 1) & mask;
+      index_[i] = kHole;
+      ++holesInIndex_;
+   }
+
    V& append(const K& k, V v) {
-      if (cells_.size() >= 16 && cells_.size() > 2 * live_) compact();
+      if (cells_.size() >= kSmallEntries && cells_.size() > 2 * live_) compact();
       // Sized for every cell, live or not, so one rebuild covers the next
       // cells.size() insertions.
-      if ((cells_.size() + 1 + holesInIndex_) * 2 > index_.size())
+      const bool indexed = !index_.empty() || cells_.size() + 1 > kSmallEntries;
+      if (indexed && (cells_.size() + 1 + holesInIndex_) * 2 > index_.size())
          rebuildIndex(indexSizeFor(cells_.size() + 1));
       if (cells_.size() >= kMaxEntries) throw std::length_error("Kiv::HashMap: too many entries");
       cells_.push_back(Cell{Entry{k, std::move(v)}, true});
       ++live_;
-      place(k, static_cast<uint32_t>(cells_.size()));
+      if (indexed) place(k, static_cast<uint32_t>(cells_.size()));
       return cells_.back().entry.second;
    }
 
@@ -227,7 +237,12 @@ class HashMap {
       }
       cells_.resize(out);
       head_ = 0;
-      rebuildIndex(indexSizeFor(live_ + 1));
+      if (live_ + 1 > kSmallEntries) {
+         rebuildIndex(indexSizeFor(live_ + 1));
+      } else {
+         index_.clear();
+         holesInIndex_ = 0;
+      }
    }
 
    void rebuildIndex(size_t size) {

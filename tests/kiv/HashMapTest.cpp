@@ -86,6 +86,8 @@ void expectAgreesWithAReferenceMapUnderRandomChurn(uint64_t keys, int operations
 
 TEST(HashMap, agreesWithAReferenceMapUnderRandomChurn) {
    expectAgreesWithAReferenceMapUnderRandomChurn<Kiv::HashMap<uint64_t, uint64_t>>(5000, 200000);
+   // Around the size where a map starts and stops keeping an index.
+   expectAgreesWithAReferenceMapUnderRandomChurn<Kiv::HashMap<uint64_t, uint64_t>>(24, 20000);
    expectAgreesWithAReferenceMapUnderRandomChurn<Kiv::HashMap<uint64_t, uint64_t, CrowdedHash>>(
        400, 20000);
 }
