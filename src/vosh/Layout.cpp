@@ -55,14 +55,14 @@ uint32_t slotBytesFor(const RecordShape& shape) {
   return slotRecordOffset(shape.keyBytes) + static_cast<uint32_t>(alignUp(shape.recordBytes, 8));
 }
 
-uint32_t reservedSlotsFor(const CollectionSpec& spec) {
-  const uint64_t slotBytes = slotBytesFor(spec.shape);
+uint32_t reservedSlotsFor(const CollectionSpec& wanted) {
+  const uint64_t slotBytes = slotBytesFor(wanted.shape);
   // An untyped collection has no slots yet; it keeps the request for when it
   // gets its shape.
-  if (slotBytes == 0) return spec.reservedSlots;
+  if (slotBytes == 0) return wanted.reservedSlots;
   const uint64_t affordable = kMaxReservedSlotBytes / slotBytes;
-  const uint64_t wanted = std::min<uint64_t>(spec.reservedSlots, kMaxCapacity);
-  return static_cast<uint32_t>(std::max<uint64_t>(spec.capacity, std::min(wanted, affordable)));
+  const uint64_t asked = std::min<uint64_t>(wanted.reservedSlots, kMaxCapacity);
+  return static_cast<uint32_t>(std::max<uint64_t>(wanted.capacity, std::min(asked, affordable)));
 }
 
 uint64_t segmentBytesFor(const std::vector<CollectionSpec>& specs) {

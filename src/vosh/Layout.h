@@ -102,8 +102,8 @@ struct CollectionSpec {
 inline constexpr uint32_t kSlotHeaderBytes = 8;
 uint32_t slotRecordOffset(uint32_t keyBytes);
 uint32_t slotBytesFor(const RecordShape& shape);
-// The slots a collection laid out from this spec has room for.
-uint32_t reservedSlotsFor(const CollectionSpec& spec);
+// The slots a collection laid out as described has room for.
+uint32_t reservedSlotsFor(const CollectionSpec& wanted);
 
 uint64_t segmentBytesFor(const std::vector<CollectionSpec>& specs);
 // Writes the header and directory of a fresh, zeroed segment; leaves the
