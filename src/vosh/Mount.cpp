@@ -303,8 +303,10 @@ void Mount::collectionShapeIs(std::string_view name, const RecordShape& shape) {
 void Mount::collectionGrow(std::string_view name) {
   CollectionHeader* header = collection(name);
   KIV_ASSERT(header);
-  const uint64_t grown = uint64_t{header->capacity} * kGrowthFactor;
-  if (grown <= header->reservedSlots) {
+  // Whatever is left of the reservation is used before anything is copied.
+  const uint64_t grown =
+      std::min(uint64_t{header->capacity} * kGrowthFactor, uint64_t{header->reservedSlots});
+  if (grown > header->capacity) {
     // Readers learn of it from the slots the writer uses next.
     storeRelease(&header->capacity, static_cast<uint32_t>(grown));
     return;

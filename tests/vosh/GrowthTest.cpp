@@ -58,6 +58,23 @@ TEST_F(GrowthTest, aCollectionGrowsInPlaceFromItsInitialCapacityKeepingEveryEntr
   EXPECT_EQ(missing, 0u);
 }
 
+TEST_F(GrowthTest, aCollectionUsesAllOfItsReservationBeforeMakingANewGeneration) {
+  auto writer = manager();
+  writer->mountWriter("hw/routes", {{"route", 16, Vosh::kDefaultChangeRingSize, 100}});
+  auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
+  const std::string segment = writer->segmentName("hw/routes");
+  for (uint64_t k = 0; k < 100; ++k) routes->set(k, routeFor(k));
+  EXPECT_EQ(routes->capacity(), 100u);
+  EXPECT_EQ(writer->segmentName("hw/routes"), segment);
+
+  routes->set(100, routeFor(100));
+  EXPECT_NE(writer->segmentName("hw/routes"), segment);
+  EXPECT_GT(routes->capacity(), 100u);
+  uint64_t missing = 0;
+  for (uint64_t k = 0; k <= 100; ++k) missing += routes->lookup(k) != routeFor(k);
+  EXPECT_EQ(missing, 0u);
+}
+
 TEST_F(GrowthTest, serializedRecordsOfEveryLengthSurviveAnotherCollectionsGrowth) {
   auto writer = manager();
   writer->mountWriter("hw/mixed", {unreserved("route", 16), unreserved("hops", 16)});
