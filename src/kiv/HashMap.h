@@ -1,22 +1,24 @@
 #pragma once
 // Insertion-ordered open-addressing hash map.
 //
-// Entries live densely in insertion order; a separate index of 32-bit positions
-// finds them, once there are more than a few: a small map (an adjacency's
-// routes) is searched by a scan of its entries and keeps no index. Each index
-// word also carries a few bits of its key's hash, so a
-// probe passes over other keys without touching their entries: in a table of
-// a million keys that is a cache miss saved per collision. Iteration order is therefore the order of insertion, the same for
+// Entries live densely in insertion order; a separate index of 32-bit words
+// finds them. Iteration order is therefore the order of insertion, the same for
 // the same sequence of operations in every process (no hash seed shows), and
 // front()/popFront() give FIFO draining for the review sets. Erasing leaves a
 // hole that is skipped; holes are compacted away on a later insertion, so
 // erasing during iteration is safe and inserting during iteration is not.
+//
+// Each index word carries a few bits of its key's hash beside the entry's
+// position, so a probe passes over other keys without reading their entries:
+// in a map of a million keys that is a cache miss saved per collision. A small
+// map (an adjacency's routes) keeps no index and is searched by a scan of its
+// few entries.
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
-#include <functional>
 #include <utility>
 #include <vector>
 
