@@ -130,16 +130,19 @@ class HashMap {
    }
 
    bool erase(const K& k) {
-      const uint32_t slot = lookup(k);
-      if (slot == kEmpty) return false;
-      if (!index_.empty()) punchHole(k, slot);
-      Cell& c = cells_[slot - 1];
+      const Found found = probe(k);
+      if (found.slot == kEmpty) return false;
+      if (found.at != kNotIndexed) {
+         index_[found.at] = kHole;
+         ++holesInIndex_;
+      }
+      Cell& c = cells_[found.slot - 1];
       c.live = false;
       c.entry.second = V{};
       --live_;
       if (live_ == 0) {
          clear();
-      } else if (slot - 1 == head_) {
+      } else if (found.slot - 1 == head_) {
          advanceHead();
       }
       return true;
@@ -179,33 +182,35 @@ class HashMap {
       return static_cast<uint32_t>(uint64_t{hash} >> (64 - (32 - kPositionBits))) << kPositionBits;
    }
 
-   uint32_t lookup(const K& k) const {
-      if (index_.empty()) return scan(k);
+   // Where a key is: its entry's position + 1 (kEmpty when absent) and, in
+   // an indexed map, the index word that points at it.
+   static constexpr size_t kNotIndexed = ~size_t{0};
+   struct Found {
+      size_t at;
+      uint32_t slot;
+   };
+
+   Found probe(const K& k) const {
+      if (index_.empty()) return {kNotIndexed, scan(k)};
       const size_t h = H{}(k);
       const uint32_t tag = tagOf(h);
       size_t mask = index_.size() - 1;
       for (size_t i = h & mask;; i = (i + 1) & mask) {
          uint32_t word = index_[i];
-         if (word == kEmpty) return kEmpty;
+         if (word == kEmpty) return {kNotIndexed, kEmpty};
          uint32_t slot = word & kPositionMask;
          if (word != kHole && (word & ~kPositionMask) == tag && cells_[slot - 1].entry.first == k)
-            return slot;
+            return {i, slot};
       }
    }
+
+   uint32_t lookup(const K& k) const { return probe(k).slot; }
 
    uint32_t scan(const K& k) const {
       for (size_t i = head_; i < cells_.size(); ++i) {
          if (cells_[i].live && cells_[i].entry.first == k) return static_cast<uint32_t>(i + 1);
       }
       return kEmpty;
-   }
-
-   void punchHole(const K& k, uint32_t slot) {
-      size_t mask = index_.size() - 1;
-      size_t i = H{}(k)&mask;
-      while ((index_[i] & kPositionMask) != slot) i = (i + 1) & mask;
-      index_[i] = kHole;
-      ++holesInIndex_;
    }
 
    V& append(const K& k, V v) {

@@ -315,7 +315,9 @@ class Table final : public TableBase {
     if (!bound()) return;
     uint64_t written = ring().writeCount();
     if (written == cursor_) return;
-    adoptGrowth();
+    // Every change logged up to the count just read lies within what
+    // capacity() says now, which the writer may have raised in place.
+    if (capacity() != capacityAdopted()) adoptCapacity();
     if (ring().forEach(cursor_, written, [this](uint32_t slot) { mark(slot); })) {
       cursor_ = written;
       applyMarked();
@@ -344,7 +346,7 @@ class Table final : public TableBase {
   void rescan() const {
     clearMarks();
     uint64_t written = ring().writeCount();
-    adoptGrowth();
+    if (capacity() != capacityAdopted()) adoptCapacity();
     const uint32_t end = std::min(std::max(highWater(), seenHigh_), capacityAdopted());
     for (uint32_t s = 0; s < end; ++s) {
       if (slotSeq(slotAt(s)) != seen_[s].seq) mark(s);
@@ -402,16 +404,8 @@ class Table final : public TableBase {
 
   uint32_t capacityAdopted() const { return static_cast<uint32_t>(seen_.size()); }
 
-  // The writer raised the capacity in place: every change logged up to the
-  // count just read lies within what capacity() says now.
-  void adoptGrowth() const {
-    const uint32_t slots = capacity();
-    if (slots <= seen_.size()) return;
-    seen_.resize(slots);
-    marked_.resize(slots, 0);
-  }
-
-  // Slots beyond a smaller capacity are gone.
+  // Slots beyond a smaller capacity are gone; a larger one, raised in place
+  // or by a new generation, is watched from now on.
   void adoptCapacity() const {
     uint32_t slots = capacity();
     for (uint32_t s = slots; s < seen_.size(); ++s) {
