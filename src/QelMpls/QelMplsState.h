@@ -257,9 +257,9 @@ class MplsState : public Kiv::RefCounted {
   KIV_ORDERED_COLL(McastGroupId, Kiv::Ptr<MulticastGroupInfo>, multicastGroupInfo,
                    MulticastGroupInfo)
 
-  KIV_SET(Mpls::RouteKey, routeKeyForReview)
-  KIV_SET(Mpls::RouteKey, routeKeyForPublish)
-  KIV_SET(Mpls::RouteKey, unprogrammedRoute)
+  KIV_DENSE_SET(Mpls::RouteKey, routeKeyForReview)
+  KIV_DENSE_SET(Mpls::RouteKey, routeKeyForPublish)
+  KIV_DENSE_SET(Mpls::RouteKey, unprogrammedRoute)
   KIV_ORDERED_SET(L3AdjIndex, l3AdjForReview)
   KIV_ORDERED_SET(L2AdjIndex, l2AdjForReview)
   KIV_ORDERED_SET(L2AdjIndex, l2AdjPendingForDelete)

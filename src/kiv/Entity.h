@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "kiv/DenseSet.h"
 #include "kiv/HashMap.h"
 #include "kiv/OrderedMap.h"
 #include "kiv/Ptr.h"
@@ -159,4 +160,7 @@ class Reactor {
 
 // Membership sets (no watchers: review sets and reference sets).
 #define KIV_SET(K, name) KIV_SET_IMPL(::Kiv::HashSet<K>, K, name)
+// A set that may come to hold most of a densely numbered key space (every
+// route under review at once).
+#define KIV_DENSE_SET(K, name) KIV_SET_IMPL(::Kiv::DenseSet<K>, K, name)
 #define KIV_ORDERED_SET(K, name) KIV_SET_IMPL(::Kiv::OrderedSet<K>, K, name)

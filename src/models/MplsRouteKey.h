@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "bexo/MplsLabel.h"
+#include "kiv/DenseKey.h"
 
 namespace Mpls {
 
@@ -49,5 +50,21 @@ template <>
 struct std::hash<Mpls::RouteKey> {
   size_t operator()(const Mpls::RouteKey& k) const noexcept {
     return (static_cast<size_t>(k.topLabel().value()) << 8) | k.source();
+  }
+};
+
+// A route key's number: the source's block of 2^20 + 1 labels (the no-label
+// value included), then the label, so that consecutive labels of one source
+// sit side by side. A key whose reserved bytes are not zero, or whose label is
+// out of range, has no number.
+template <>
+struct Kiv::DenseKey<Mpls::RouteKey> {
+  static constexpr uint32_t kLabels = Bexo::MplsLabel::noneValue + 1;
+  static uint32_t numberOf(const Mpls::RouteKey& k) {
+    const uint32_t label = k.topLabel().value();
+    if (label >= kLabels || k != Mpls::RouteKey(Bexo::MplsLabel(label), k.source())) {
+      return Kiv::kNotNumbered;
+    }
+    return uint32_t{k.source()} * kLabels + label;
   }
 };

@@ -32,7 +32,8 @@
 #include <vector>
 
 #include "kiv/Assert.h"
-#include "kiv/HashMap.h"
+#include "kiv/DenseSet.h"
+#include "kiv/DirectMap.h"
 #include "kiv/Signal.h"
 #include "vosh/Record.h"
 #include "vosh/TableBase.h"
@@ -455,7 +456,7 @@ class Table final : public TableBase {
   }
 
   CorruptionHandler onCorrupt_;
-  mutable Kiv::HashMap<K, uint32_t> index_;
+  mutable Kiv::KeyMap<K, uint32_t> index_;
   mutable std::vector<std::byte> scratch_;
   // Reader state: what each slot held when last seen, the change-ring
   // cursor, slots to look at, and keys to notify.
@@ -464,7 +465,7 @@ class Table final : public TableBase {
   mutable uint64_t cursor_ = 0;
   mutable std::vector<uint8_t> marked_;
   mutable std::vector<uint32_t> changed_;
-  mutable Kiv::HashSet<K> pending_;
+  mutable Kiv::KeySet<K> pending_;
   mutable bool syncing_ = false;
 };
 

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <stdexcept>
 
+#include "kiv/DirectMap.h"
 #include "models/MplsRouteKey.h"
 
 namespace {
@@ -31,6 +33,36 @@ TEST(RouteKey, ordersByLabelThenSourceAndHashesBoth) {
 TEST(RouteKey, isEmptyOnlyWhenDefault) {
   EXPECT_FALSE(RouteKey());
   EXPECT_TRUE(RouteKey(Bexo::MplsLabel(0)));
+}
+
+// Keys are kept by number in the route-sized maps: neighbours across a
+// source's block must not collide, and a key whose bytes came back with its
+// reserved bytes set is a different key that has no number.
+TEST(RouteKey, numbersDistinctKeysApartAndLeavesMalformedOnesUnnumbered) {
+  using Numbering = Kiv::DenseKey<RouteKey>;
+  const RouteKey lastOfSource0(Bexo::MplsLabel::none(), 0);
+  const RouteKey firstOfSource1(Bexo::MplsLabel(0), 1);
+  const RouteKey highest(Bexo::MplsLabel::none(), 255);
+  EXPECT_EQ(Numbering::numberOf(firstOfSource1), Numbering::numberOf(lastOfSource0) + 1);
+  EXPECT_NE(Numbering::numberOf(highest), Kiv::kNotNumbered);
+
+  RouteKey malformed(Bexo::MplsLabel(7), 1);
+  std::byte bytes[sizeof(RouteKey)];
+  std::memcpy(bytes, &malformed, sizeof bytes);
+  bytes[sizeof bytes - 1] = std::byte{1};
+  std::memcpy(static_cast<void*>(&malformed), bytes, sizeof bytes);
+  EXPECT_EQ(Numbering::numberOf(malformed), Kiv::kNotNumbered);
+
+  Kiv::KeyMap<RouteKey, int> map;
+  map.insert(RouteKey(Bexo::MplsLabel(7), 1), 1);
+  map.insert(malformed, 2);
+  map.insert(lastOfSource0, 3);
+  map.insert(firstOfSource1, 4);
+  EXPECT_EQ(map.size(), 4u);
+  EXPECT_EQ(*map.find(RouteKey(Bexo::MplsLabel(7), 1)), 1);
+  EXPECT_EQ(*map.find(malformed), 2);
+  EXPECT_EQ(*map.find(lastOfSource0), 3);
+  EXPECT_EQ(*map.find(firstOfSource1), 4);
 }
 
 }  // namespace

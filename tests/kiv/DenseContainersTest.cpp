@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "kiv/DenseSet.h"
+#include "kiv/DirectMap.h"
+#include "kiv/HashMap.h"
+
+namespace {
+
+// Numbered below 2^16 (64 pages of numbers); above that a key has no number
+// and lives on the containers' hash-map side.
+struct Key {
+   uint64_t value = 0;
+   friend bool operator==(Key, Key) = default;
+};
+constexpr uint64_t kNumbered = 1u << 16;
+
+}  // namespace
+
+template <>
+struct Kiv::DenseKey<Key> {
+   static uint32_t numberOf(Key k) {
+      return k.value < kNumbered ? static_cast<uint32_t>(k.value) : Kiv::kNotNumbered;
+   }
+};
+
+template <>
+struct std::hash<Key> {
+   size_t operator()(Key k) const noexcept { return k.value; }
+};
+
+namespace {
+
+static_assert(std::is_same_v<Kiv::KeyMap<Key, int>, Kiv::DirectMap<Key, int>>);
+static_assert(std::is_same_v<Kiv::KeyMap<int, int>, Kiv::HashMap<int, int>>);
+static_assert(std::is_same_v<Kiv::KeySet<Key>, Kiv::DenseSet<Key>>);
+
+// Numbers spread over many pages, a tenth of the keys without a number.
+Key randomKey(std::mt19937_64& rng, uint64_t keys) {
+   uint64_t k = rng() % keys;
+   return Key{k % 10 == 0 ? kNumbered + k : k * 37 % kNumbered};
+}
+
+TEST(DirectMap, agreesWithAReferenceMapThroughChurnAndPagesEmptying) {
+   Kiv::DirectMap<Key, uint64_t> m;
+   std::map<uint64_t, uint64_t> ref;
+   std::mt19937_64 rng(11);
+   auto expectSame = [&] {
+      ASSERT_EQ(m.size(), ref.size());
+      for (uint64_t probe = 0; probe < 3000; ++probe) {
+         Key k = randomKey(rng, 3000);
+         auto it = ref.find(k.value);
+         const uint64_t* found = m.find(k);
+         ASSERT_EQ(found != nullptr, it != ref.end()) << k.value;
+         if (found) {
+            EXPECT_EQ(*found, it->second);
+         }
+      }
+   };
+   for (int i = 0; i < 100000; ++i) {
+      Key k = randomKey(rng, 3000);
+      if (rng() % 3 == 0) {
+         EXPECT_EQ(m.erase(k), ref.erase(k.value) == 1);
+      } else {
+         EXPECT_EQ(m.insert(k, i).second, ref.insert_or_assign(k.value, i).second);
+      }
+   }
+   expectSame();
+   // Every page empties and is given back; the map works on from nothing.
+   for (const auto& [k, v] : std::map<uint64_t, uint64_t>(ref)) {
+      EXPECT_TRUE(m.erase(Key{k}));
+      ref.erase(k);
+   }
+   EXPECT_TRUE(m.empty());
+   expectSame();
+   m.insert(Key{5}, 1);
+   m.insert(Key{kNumbered + 5}, 2);
+   ASSERT_NE(m.find(Key{5}), nullptr);
+   EXPECT_EQ(*m.find(Key{5}), 1u);
+   EXPECT_EQ(*m.find(Key{kNumbered + 5}), 2u);
+   m.clear();
+   EXPECT_EQ(m.size(), 0u);
+   EXPECT_FALSE(m.contains(Key{5}));
+   EXPECT_FALSE(m.contains(Key{kNumbered + 5}));
+}
+
+// A DenseSet keeps a HashSet's order and draining: the same operations give
+// the same members, front and iteration order.
+TEST(DenseSet, behavesAsAHashSetUnderRandomInsertsErasesAndDrains) {
+   Kiv::DenseSet<Key> dense;
+   Kiv::HashSet<Key> hashed;
+   std::mt19937_64 rng(5);
+   auto expectSame = [&] {
+      ASSERT_EQ(dense.size(), hashed.size());
+      ASSERT_EQ(dense.front() == nullptr, hashed.front() == nullptr);
+      if (dense.front()) {
+         ASSERT_EQ(*dense.front(), *hashed.front());
+      }
+   };
+   for (int i = 0; i < 200000; ++i) {
+      Key k = randomKey(rng, i < 100000 ? 2000 : 40);
+      switch (rng() % 4) {
+         case 0:
+            EXPECT_EQ(dense.erase(k), hashed.erase(k));
+            break;
+         case 1:
+            if (const Key* front = hashed.front()) {
+               Key drained = *front;
+               EXPECT_TRUE(dense.erase(drained));
+               hashed.erase(drained);
+            }
+            break;
+         default:
+            EXPECT_EQ(dense.insert(k), hashed.insert(k));
+            break;
+      }
+      EXPECT_EQ(dense.contains(k), hashed.contains(k));
+      expectSame();
+   }
+   EXPECT_EQ(std::vector<Key>(dense.begin(), dense.end()),
+             std::vector<Key>(hashed.begin(), hashed.end()));
+}
+
+TEST(DenseSet, erasingDuringIterationVisitsEachKeyOnce) {
+   Kiv::DenseSet<Key> s;
+   for (uint64_t k = 0; k < 50; ++k) s.insert(Key{k * 1000});
+   int visited = 0;
+   for (Key k : s) {
+      ++visited;
+      s.erase(k);
+   }
+   EXPECT_EQ(visited, 50);
+   EXPECT_TRUE(s.empty());
+   EXPECT_EQ(s.front(), nullptr);
+}
+
+}  // namespace
