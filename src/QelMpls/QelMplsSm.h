@@ -196,8 +196,8 @@ class MplsBaseSm : public Kiv::Entity {
   KIV_VALUE(double, unprogrammedRetryInterval, 10.0)
   KIV_VALUE(bool, routeKeyToBePublished, false)
   KIV_COUNTER(reviewCount)
-  KIV_SET(Mpls::RouteKey, mplsIpRouteKey)
-  KIV_SET(Mpls::RouteKey, staleRecoveredRoute)
+  KIV_DENSE_SET(Mpls::RouteKey, mplsIpRouteKey)
+  KIV_DENSE_SET(Mpls::RouteKey, staleRecoveredRoute)
   KIV_COLL(Mpls::Hardware::L2ViaSet, L2AdjIndex, viaSetToHwL2Adj, ViaSetToHwL2Adj)
 
   // Start-up, sync and recovery.

@@ -245,7 +245,7 @@ class MplsFdbEntry : public Kiv::RefCounted {
 
 class MplsState : public Kiv::RefCounted {
  public:
-  KIV_COLL(Mpls::RouteKey, Kiv::Ptr<MplsRoute>, route, Route)
+  KIV_DENSE_COLL(Mpls::RouteKey, Kiv::Ptr<MplsRoute>, route, Route)
   KIV_ORDERED_COLL(L3AdjIndex, Kiv::Ptr<L3Adjacency>, l3Adjacency, L3Adjacency)
   KIV_ORDERED_COLL(L2AdjIndex, Kiv::Ptr<MplsL2Adjacency>, l2Adjacency, L2Adjacency)
   KIV_ORDERED_COLL(IpAddrIntfId, Kiv::Ptr<MplsNextHop>, mplsNextHop, MplsNextHop)

@@ -5,6 +5,7 @@
 //
 //   template <> struct Kiv::DenseKey<MyKey> {
 //     static uint32_t numberOf(const MyKey&);  // kNotNumbered if it has none
+//     static MyKey keyOf(uint32_t number);
 //   };
 //
 // numberOf must give distinct keys distinct numbers and equal keys equal
@@ -22,8 +23,9 @@ struct DenseKey;
 inline constexpr uint32_t kNotNumbered = 0xffffffffu;
 
 template <class K>
-concept DenselyNumbered = requires(const K& key) {
+concept DenselyNumbered = requires(const K& key, uint32_t number) {
    { DenseKey<K>::numberOf(key) } -> std::same_as<uint32_t>;
+   { DenseKey<K>::keyOf(number) } -> std::same_as<K>;
 };
 
 }  // namespace Kiv

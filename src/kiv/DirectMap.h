@@ -9,13 +9,17 @@
 // process (one entry per route), not the many small sets of adjacencies.
 //
 // A key without a number goes to a hash map kept beside the pages.
+// Iteration goes by key number, then through the keys without one; erasing
+// during iteration is safe, inserting is not.
 //
 // Kiv::KeyMap<K, V> is a DirectMap for densely numbered keys and a
 // Kiv::HashMap for any other key; it offers what both have in common.
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -30,6 +34,7 @@ template <class K, class V>
 class DirectMap {
    static_assert(DenselyNumbered<K>, "DirectMap needs a Kiv::DenseKey<K> specialisation");
    static constexpr unsigned kPageBits = 10;
+   using Others = HashMap<K, V>;
    static constexpr uint32_t kPageNumbers = 1u << kPageBits;
    static constexpr uint32_t kInPage = kPageNumbers - 1;
    struct Page {
@@ -39,6 +44,43 @@ class DirectMap {
    };
 
  public:
+   using Entry = std::pair<K, const V&>;
+
+   class const_iterator {
+    public:
+      using iterator_category = std::input_iterator_tag;
+      using difference_type = std::ptrdiff_t;
+      using value_type = Entry;
+      using reference = Entry;
+      const_iterator(const DirectMap* map, uint32_t number, typename Others::const_iterator other)
+          : map_(map), number_(number), other_(other) {
+         number_ = map_->presentFrom(number_);
+      }
+      Entry operator*() const {
+         if (number_ == kNotNumbered) return Entry(other_->first, other_->second);
+         return Entry(DenseKey<K>::keyOf(number_), map_->pageOf(number_)->values[number_ & kInPage]);
+      }
+      const_iterator& operator++() {
+         if (number_ == kNotNumbered) {
+            ++other_;
+         } else {
+            number_ = map_->presentFrom(number_ + 1);
+         }
+         return *this;
+      }
+      bool operator==(const const_iterator& o) const {
+         return number_ == o.number_ && other_ == o.other_;
+      }
+
+    private:
+      const DirectMap* map_;
+      uint32_t number_;
+      typename Others::const_iterator other_;
+   };
+
+   const_iterator begin() const { return const_iterator(this, 0, others_.begin()); }
+   const_iterator end() const { return const_iterator(this, kNotNumbered, others_.end()); }
+
    size_t size() const noexcept { return size_; }
    bool empty() const noexcept { return size_ == 0; }
 
@@ -97,6 +139,20 @@ class DirectMap {
    static uint64_t& presentWord(Page& page, uint32_t n) { return page.present[(n & kInPage) / 64]; }
    static bool isPresent(Page& page, uint32_t n) { return (presentWord(page, n) & presentBit(n)) != 0; }
 
+   // The first number from n on that holds a key, kNotNumbered past the last.
+   uint32_t presentFrom(uint32_t n) const {
+      for (size_t p = n >> kPageBits; p < pages_.size(); ++p, n = 0) {
+         const Page* page = pages_[p].get();
+         if (!page) continue;
+         for (uint32_t word = (n & kInPage) / 64; word < page->present.size(); ++word) {
+            uint64_t bits = page->present[word];
+            if (word == (n & kInPage) / 64) bits &= ~uint64_t{0} << (n % 64);
+            if (bits) return static_cast<uint32_t>(p * kPageNumbers + word * 64 + std::countr_zero(bits));
+         }
+      }
+      return kNotNumbered;
+   }
+
    Page* pageOf(uint32_t n) const {
       const size_t p = n >> kPageBits;
       return p < pages_.size() ? pages_[p].get() : nullptr;
@@ -110,7 +166,7 @@ class DirectMap {
    }
 
    std::vector<std::unique_ptr<Page>> pages_;
-   HashMap<K, V> others_;
+   Others others_;
    size_t size_ = 0;
 };
 

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "kiv/DenseSet.h"
+#include "kiv/DirectMap.h"
 #include "kiv/HashMap.h"
 #include "kiv/OrderedMap.h"
 #include "kiv/Ptr.h"
@@ -142,6 +143,10 @@ class Reactor {
 #define KIV_ORDERED_COLL(K, V, name, Name) \
    KIV_COLL_IMPL(::Kiv::OrderedMap<K KIV_COMMA V>, K, V, name, Name)
 #define KIV_COMMA ,
+// A collection that may come to hold most of a densely numbered key space
+// (every route); it iterates by key number.
+#define KIV_DENSE_COLL(K, V, name, Name) \
+   KIV_COLL_IMPL(::Kiv::DirectMap<K KIV_COMMA V>, K, V, name, Name)
 
 #define KIV_SET_IMPL(Container, K, name)                                      \
  public:                                                                      \

@@ -69,7 +69,7 @@ class Status : public Kiv::Entity {
   using Kiv::Entity::Entity;
   static constexpr const char* kTypeName = "Mpls::Hardware::Status";
 
-  KIV_COLL(RouteKey, RouteInfo, route, Route)
+  KIV_DENSE_COLL(RouteKey, RouteInfo, route, Route)
   KIV_ORDERED_COLL(uint64_t, Kiv::Ptr<Adjacency>, adjacency, Adjacency)
   KIV_ORDERED_COLL(uint64_t, AdjacencyBackupStatus, adjacencyBackupStatus, AdjacencyBackupStatus)
   KIV_ORDERED_COLL(uint64_t, Kiv::Ptr<L2Adjacency>, l2Adjacency, L2Adjacency)

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "kiv/DirectMap.h"
 #include "kiv/Entity.h"
 #include "models/MplsLfib.h"
 #include "models/VoshTables.h"
@@ -67,7 +68,7 @@ class LfibTrackingSm : public Kiv::Entity {
   Kiv::Ptr<LfibTrackingStatus> status_;
   // What each route and via set pointed at when last seen, to undo the
   // reverse indexes when they change.
-  Kiv::HashMap<RouteKey, LfibViaSetKey> routeViaSet_;
+  Kiv::DirectMap<RouteKey, LfibViaSetKey> routeViaSet_;
   Kiv::HashMap<LfibViaSetKey, std::vector<LfibViaKey>> viaSetVias_;
   Kiv::HashMap<LfibViaKey, std::vector<LfibViaSetKey>> viaUsers_;
   std::unique_ptr<Reactor> reactor_;

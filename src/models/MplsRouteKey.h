@@ -67,4 +67,8 @@ struct Kiv::DenseKey<Mpls::RouteKey> {
     }
     return uint32_t{k.source()} * kLabels + label;
   }
+  static Mpls::RouteKey keyOf(uint32_t number) {
+    return Mpls::RouteKey(Bexo::MplsLabel(number % kLabels),
+                          static_cast<Mpls::LfibSource>(number / kLabels));
+  }
 };

@@ -29,6 +29,7 @@
 #include <memory>
 
 #include "QelMpls/QelMplsVoshTables.h"
+#include "kiv/DenseSet.h"
 #include "kiv/HashMap.h"
 #include "kiv/Ptr.h"
 #include "plin/TaskScheduler.h"
@@ -98,9 +99,9 @@ class HwDriver {
   Kiv::Ptr<Vosh::Qel::MplsHwCollectionStatus> status_;
   Kiv::Ptr<Vosh::Qel::MplsHwCollectionConfig> config_;
   std::deque<Change> queue_;
-  Kiv::HashSet<Mpls::RouteKey> pendingRoutes_;
+  Kiv::DenseSet<Mpls::RouteKey> pendingRoutes_;
   Kiv::HashSet<Vosh::Qel::MplsHwL2AdjacencyId> pendingL2_;
-  Kiv::HashSet<Mpls::RouteKey> hwRoutes_;
+  Kiv::DenseSet<Mpls::RouteKey> hwRoutes_;
   Kiv::HashSet<Vosh::Qel::MplsHwL2AdjacencyId> hwL2Adjacencies_;
   Counters counters_;
   Plin::Task answerTask_;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <random>
@@ -26,6 +27,7 @@ struct Kiv::DenseKey<Key> {
    static uint32_t numberOf(Key k) {
       return k.value < kNumbered ? static_cast<uint32_t>(k.value) : Kiv::kNotNumbered;
    }
+   static Key keyOf(uint32_t number) { return Key{number}; }
 };
 
 template <>
@@ -70,10 +72,23 @@ TEST(DirectMap, agreesWithAReferenceMapThroughChurnAndPagesEmptying) {
       }
    }
    expectSame();
+   // Numbered keys by number, then the others; each key once.
+   std::vector<uint64_t> order;
+   std::map<uint64_t, uint64_t> iterated;
+   for (const auto& [k, v] : m) {
+      order.push_back(k.value);
+      iterated[k.value] = v;
+   }
+   EXPECT_EQ(iterated, ref);
+   ASSERT_EQ(order.size(), ref.size());
+   auto firstUnnumbered = std::find_if(order.begin(), order.end(),
+                                       [](uint64_t k) { return k >= kNumbered; });
+   EXPECT_TRUE(std::is_sorted(order.begin(), firstUnnumbered));
+   EXPECT_TRUE(std::all_of(firstUnnumbered, order.end(), [](uint64_t k) { return k >= kNumbered; }));
    // Every page empties and is given back; the map works on from nothing.
-   for (const auto& [k, v] : std::map<uint64_t, uint64_t>(ref)) {
-      EXPECT_TRUE(m.erase(Key{k}));
-      ref.erase(k);
+   for (const auto& [k, v] : m) {
+      EXPECT_TRUE(m.erase(k));
+      ref.erase(k.value);
    }
    EXPECT_TRUE(m.empty());
    expectSame();
