@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -33,8 +34,11 @@ LfibViaKey LfibViaSet::viaKey(LfibViaIndexRange index) const {
 }
 
 void LfibViaSet::viaKeyIs(LfibViaIndexRange index, const LfibViaKey& key) {
+  if (index.value() >= count_) {
+    std::fill(viaKeys_.begin() + count_, viaKeys_.begin() + index.value(), LfibViaKey());
+    count_ = index.value() + 1;
+  }
   viaKeys_[index.value()] = key;
-  if (index.value() >= count_) count_ = index.value() + 1;
 }
 
 bool operator==(const LfibViaSet& a, const LfibViaSet& b) {
@@ -70,7 +74,9 @@ bool LfibViaSet::deserialize(const std::byte* in, size_t len, LfibViaSet& out) {
   if (len < sizeof h) return false;
   std::memcpy(&h, in, sizeof h);
   if (h.count > kMaxViasPerSet || len != sizeof h + h.count * sizeof(LfibViaKey)) return false;
-  out = LfibViaSet(h.key);
+  // Only the counted vias are ever read, so the rest of the array is left
+  // as it is rather than cleared, which would cost more than the decoding.
+  out.key_ = h.key;
   out.backup_ = h.backup;
   out.count_ = h.count;
   out.usableAsPrimaryVias_ = h.usableAsPrimary != 0;

@@ -151,7 +151,12 @@ class LfibViaSet {
   static bool deserialize(const std::byte* in, size_t len, LfibViaSet& out);
 
   std::string stringValue() const;
-  explicit operator bool() const { return !(*this == LfibViaSet()); }
+  explicit operator bool() const {
+    return !(key_ == LfibViaSetKey()) || !(backup_ == LfibViaSetKey()) || count_ != 0 ||
+           !usableAsPrimaryVias_;
+  }
+  // Compares the counted vias only: what lies past the count is not part of
+  // the set.
   friend bool operator==(const LfibViaSet& a, const LfibViaSet& b);
 
  private:

@@ -140,17 +140,13 @@ class Table final : public TableBase {
 
   // Writer and reader.
   R lookup(const K& key) const {
+    // One object returned on every path, so a large record is built in place.
     R out{};
-    switch (readEntry(key, &out)) {
-      case Read::ok:
-        return out;
-      case Read::corrupt:
-        report(key);
-        return R{};
-      case Read::absent:
-        break;
-    }
-    return R{};
+    const Read read = readEntry(key, &out);
+    if (read == Read::ok) return out;
+    if (read == Read::corrupt) report(key);
+    out = R{};
+    return out;
   }
 
   bool has(const K& key) const {
