@@ -246,8 +246,8 @@ class MplsFdbEntry : public Kiv::RefCounted {
 class MplsState : public Kiv::RefCounted {
  public:
   KIV_DENSE_COLL(Mpls::RouteKey, Kiv::Ptr<MplsRoute>, route, Route)
-  KIV_ORDERED_COLL(L3AdjIndex, Kiv::Ptr<L3Adjacency>, l3Adjacency, L3Adjacency)
-  KIV_ORDERED_COLL(L2AdjIndex, Kiv::Ptr<MplsL2Adjacency>, l2Adjacency, L2Adjacency)
+  KIV_INDEX_COLL(L3AdjIndex, Kiv::Ptr<L3Adjacency>, l3Adjacency, L3Adjacency)
+  KIV_INDEX_COLL(L2AdjIndex, Kiv::Ptr<MplsL2Adjacency>, l2Adjacency, L2Adjacency)
   KIV_ORDERED_COLL(IpAddrIntfId, Kiv::Ptr<MplsNextHop>, mplsNextHop, MplsNextHop)
   KIV_ORDERED_COLL(Vosh::Fib::FecId, Kiv::Ptr<ExternalFecInfo>, extFecInfo, ExtFecInfo)
   KIV_ORDERED_COLL(Mpls::LfibViaSetKey, L3AdjIndex, lFibViaSetToL3Adj, LFibViaSetToL3Adj)

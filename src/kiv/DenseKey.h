@@ -22,10 +22,23 @@ struct DenseKey;
 
 inline constexpr uint32_t kNotNumbered = 0xffffffffu;
 
+template <class Numbering, class K>
+concept NumberingOf = requires(const K& key, uint32_t number) {
+   { Numbering::numberOf(key) } -> std::same_as<uint32_t>;
+   { Numbering::keyOf(number) } -> std::same_as<K>;
+};
+
 template <class K>
-concept DenselyNumbered = requires(const K& key, uint32_t number) {
-   { DenseKey<K>::numberOf(key) } -> std::same_as<uint32_t>;
-   { DenseKey<K>::keyOf(number) } -> std::same_as<K>;
+concept DenselyNumbered = NumberingOf<DenseKey<K>, K>;
+
+// Indexes handed out by a counter (adjacency indexes) number as themselves;
+// one past the 32-bit range has no number.
+template <std::unsigned_integral I>
+struct CountedIndex {
+   static uint32_t numberOf(I index) {
+      return index < kNotNumbered ? static_cast<uint32_t>(index) : kNotNumbered;
+   }
+   static I keyOf(uint32_t number) { return number; }
 };
 
 }  // namespace Kiv

@@ -1,5 +1,6 @@
 #pragma once
-// A map over densely numbered keys (Kiv::DenseKey): each value sits at its
+// A map over densely numbered keys (Kiv::DenseKey, or a numbering given as
+// the third argument, such as Kiv::CountedIndex): each value sits at its
 // key's number, in pages of 1024 numbers that are allocated when their first
 // key arrives and freed when their last one leaves. A lookup is two dependent
 // loads with no hashing, no probing and no stored key: at a million keys that
@@ -30,9 +31,9 @@
 
 namespace Kiv {
 
-template <class K, class V>
+template <class K, class V, class Numbering = DenseKey<K>>
 class DirectMap {
-   static_assert(DenselyNumbered<K>, "DirectMap needs a Kiv::DenseKey<K> specialisation");
+   static_assert(NumberingOf<Numbering, K>, "DirectMap needs a numbering of its keys");
    static constexpr unsigned kPageBits = 10;
    using Others = HashMap<K, V>;
    static constexpr uint32_t kPageNumbers = 1u << kPageBits;
@@ -58,7 +59,7 @@ class DirectMap {
       }
       Entry operator*() const {
          if (number_ == kNotNumbered) return Entry(other_->first, other_->second);
-         return Entry(DenseKey<K>::keyOf(number_), map_->pageOf(number_)->values[number_ & kInPage]);
+         return Entry(Numbering::keyOf(number_), map_->pageOf(number_)->values[number_ & kInPage]);
       }
       const_iterator& operator++() {
          if (number_ == kNotNumbered) {
@@ -85,7 +86,7 @@ class DirectMap {
    bool empty() const noexcept { return size_ == 0; }
 
    V* find(const K& k) {
-      const uint32_t n = DenseKey<K>::numberOf(k);
+      const uint32_t n = Numbering::numberOf(k);
       if (n == kNotNumbered) return others_.find(k);
       Page* page = pageOf(n);
       if (!page || !isPresent(*page, n)) return nullptr;
@@ -96,7 +97,7 @@ class DirectMap {
 
    // Inserts or overwrites; returns the stored value and whether it was new.
    std::pair<V*, bool> insert(const K& k, V v) {
-      const uint32_t n = DenseKey<K>::numberOf(k);
+      const uint32_t n = Numbering::numberOf(k);
       if (n == kNotNumbered) {
          auto inserted = others_.insert(k, std::move(v));
          size_ += inserted.second;
@@ -113,7 +114,7 @@ class DirectMap {
    }
 
    bool erase(const K& k) {
-      const uint32_t n = DenseKey<K>::numberOf(k);
+      const uint32_t n = Numbering::numberOf(k);
       if (n == kNotNumbered) {
          if (!others_.erase(k)) return false;
          --size_;

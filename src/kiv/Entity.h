@@ -147,6 +147,10 @@ class Reactor {
 // (every route); it iterates by key number.
 #define KIV_DENSE_COLL(K, V, name, Name) \
    KIV_COLL_IMPL(::Kiv::DirectMap<K KIV_COMMA V>, K, V, name, Name)
+// A collection keyed by indexes a counter hands out; it iterates in index
+// order.
+#define KIV_INDEX_COLL(K, V, name, Name) \
+   KIV_COLL_IMPL(::Kiv::DirectMap<K KIV_COMMA V KIV_COMMA ::Kiv::CountedIndex<K>>, K, V, name, Name)
 
 #define KIV_SET_IMPL(Container, K, name)                                      \
  public:                                                                      \

@@ -103,6 +103,21 @@ TEST(DirectMap, agreesWithAReferenceMapThroughChurnAndPagesEmptying) {
    EXPECT_FALSE(m.contains(Key{kNumbered + 5}));
 }
 
+TEST(DirectMap, countedIndexesIterateInOrderAndHugeOnesStillFit) {
+   Kiv::DirectMap<uint64_t, int, Kiv::CountedIndex<uint64_t>> m;
+   const uint64_t huge = uint64_t{1} << 40;
+   for (uint64_t index : {huge, uint64_t{5000}, uint64_t{7}, huge + 1, uint64_t{1024}}) {
+      m.insert(index, static_cast<int>(index % 1000));
+   }
+   std::vector<uint64_t> order;
+   for (const auto& [index, value] : m) order.push_back(index);
+   EXPECT_EQ(order, (std::vector<uint64_t>{7, 1024, 5000, huge, huge + 1}));
+   EXPECT_TRUE(m.erase(huge));
+   EXPECT_FALSE(m.contains(huge));
+   EXPECT_TRUE(m.contains(huge + 1));
+   EXPECT_EQ(m.size(), 4u);
+}
+
 // A DenseSet keeps a HashSet's order and draining: the same operations give
 // the same members, front and iteration order.
 TEST(DenseSet, behavesAsAHashSetUnderRandomInsertsErasesAndDrains) {
