@@ -250,7 +250,7 @@ class MplsState : public Kiv::RefCounted {
   KIV_INDEX_COLL(L2AdjIndex, Kiv::Ptr<MplsL2Adjacency>, l2Adjacency, L2Adjacency)
   KIV_ORDERED_COLL(IpAddrIntfId, Kiv::Ptr<MplsNextHop>, mplsNextHop, MplsNextHop)
   KIV_ORDERED_COLL(Vosh::Fib::FecId, Kiv::Ptr<ExternalFecInfo>, extFecInfo, ExtFecInfo)
-  KIV_ORDERED_COLL(Mpls::LfibViaSetKey, L3AdjIndex, lFibViaSetToL3Adj, LFibViaSetToL3Adj)
+  KIV_DENSE_COLL(Mpls::LfibViaSetKey, L3AdjIndex, lFibViaSetToL3Adj, LFibViaSetToL3Adj)
   KIV_ORDERED_COLL(Mpls::LfibViaSetKey, Vosh::Fib::FecId, lFibViaSetToFecId, LFibViaSetToFecId)
   KIV_ORDERED_COLL(Mpls::LfibViaKey, Vosh::Fib::FecId, viaKeyToFecId, ViaKeyToFecId)
   KIV_ORDERED_COLL(Bridging::HostKey, Kiv::Ptr<MplsFdbEntry>, fdbToL3AdjIdx, FdbToL3AdjIdx)

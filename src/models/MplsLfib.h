@@ -17,6 +17,7 @@
 #include "bexo/IpGenAddr.h"
 #include "bexo/MplsLabelAction.h"
 #include "bexo/UnboundedMplsLabelOperation.h"
+#include "kiv/DenseKey.h"
 #include "kiv/Value.h"
 #include "models/MplsRouteKey.h"
 
@@ -258,6 +259,23 @@ template <>
 struct std::hash<Mpls::LfibViaSetKey> {
   size_t operator()(const Mpls::LfibViaSetKey& k) const noexcept {
     return (static_cast<size_t>(k.viaType) << 32) | k.index;
+  }
+};
+// A via set key's number: its type's block of 2^20 indexes, then the index.
+// Indexes from 2^20 on have no number, which bounds what one map can spend on
+// pages when indexes are scattered: 1,024 pages per via type.
+template <>
+struct Kiv::DenseKey<Mpls::LfibViaSetKey> {
+  static constexpr uint32_t kIndexBits = 20;
+  static constexpr uint32_t kTypes = 16;
+  static uint32_t numberOf(const Mpls::LfibViaSetKey& k) {
+    const uint32_t type = static_cast<uint32_t>(k.viaType);
+    if (type >= kTypes || k.index >> kIndexBits != 0) return Kiv::kNotNumbered;
+    return type << kIndexBits | k.index;
+  }
+  static Mpls::LfibViaSetKey keyOf(uint32_t number) {
+    return Mpls::LfibViaSetKey(static_cast<Mpls::LfibViaType>(number >> kIndexBits),
+                               number & ((1u << kIndexBits) - 1));
   }
 };
 template <>

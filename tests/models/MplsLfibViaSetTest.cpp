@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ModelsTestSupport.h"
+#include "kiv/DirectMap.h"
 #include "models/VoshTables.h"
 
 namespace {
@@ -98,6 +99,44 @@ TEST(LfibViaSet, viaPastTheCountIsEmptyAndAPositionBeyondItExtendsTheSet) {
   EXPECT_EQ(set.viaKey(LfibViaIndexRange(1)), LfibViaKey());
   EXPECT_EQ(set.viaKey(LfibViaIndexRange(3)), LfibViaKey(Mpls::viaTypeMplsIp, 5));
   EXPECT_THROW(LfibViaIndexRange(Mpls::kMaxViasPerSet), std::out_of_range);
+}
+
+// Decoding into a via set that held more vias leaves nothing of them
+// readable, even once the smaller set grows again past its count.
+TEST(LfibViaSet, decodedOverALargerSetKeepsNoneOfItsVias) {
+  LfibViaSet set = viaSetOf(5);
+  std::vector<std::byte> smaller = encode(viaSetOf(2));
+  ASSERT_TRUE(LfibViaSet::deserialize(smaller.data(), smaller.size(), set));
+  EXPECT_EQ(set, viaSetOf(2));
+  EXPECT_TRUE(set);
+  EXPECT_EQ(set.viaKey(LfibViaIndexRange(3)), LfibViaKey());
+  set.viaKeyIs(LfibViaIndexRange(4), LfibViaKey(Mpls::viaTypeMplsIp, 9));
+  EXPECT_EQ(set.vias(), 5u);
+  EXPECT_EQ(set.viaKey(LfibViaIndexRange(2)), LfibViaKey());
+  EXPECT_EQ(set.viaKey(LfibViaIndexRange(3)), LfibViaKey());
+  EXPECT_FALSE(LfibViaSet());
+  EXPECT_TRUE(LfibViaSet(kKey));
+}
+
+// Via set keys are kept by number in the tables' indexes: type blocks must
+// not collide, and an index past the numbered range still has its place.
+TEST(LfibViaSetKey, numbersTypesApartAndKeepsLargeIndexesOnTheSide) {
+  using Numbering = Kiv::DenseKey<LfibViaSetKey>;
+  const LfibViaSetKey lastOfMplsIp(Mpls::viaTypeMplsIp, (1u << 20) - 1);
+  const LfibViaSetKey firstOfExternalFec(Mpls::viaTypeExternalFec, 0);
+  const LfibViaSetKey large(Mpls::viaTypeMplsIp, 1u << 20);
+  EXPECT_EQ(Numbering::numberOf(firstOfExternalFec), Numbering::numberOf(lastOfMplsIp) + 1);
+  EXPECT_EQ(Numbering::keyOf(Numbering::numberOf(lastOfMplsIp)), lastOfMplsIp);
+  EXPECT_EQ(Numbering::numberOf(large), Kiv::kNotNumbered);
+
+  Kiv::KeyMap<LfibViaSetKey, int> map;
+  map.insert(lastOfMplsIp, 1);
+  map.insert(firstOfExternalFec, 2);
+  map.insert(large, 3);
+  EXPECT_EQ(map.size(), 3u);
+  EXPECT_EQ(*map.find(lastOfMplsIp), 1);
+  EXPECT_EQ(*map.find(firstOfExternalFec), 2);
+  EXPECT_EQ(*map.find(large), 3);
 }
 
 constexpr const char* kLfibPath = "mpls/transitLfib";
