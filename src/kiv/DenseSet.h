@@ -47,9 +47,14 @@ class DenseSet {
          skipDead();
          return *this;
       }
-      bool operator==(const const_iterator& o) const { return pos_ == o.pos_; }
+      // Erasing the last key clears the set, so an iterator that was in it
+      // is at the end whatever position end() was taken at.
+      bool operator==(const const_iterator& o) const {
+         return pos_ == o.pos_ || (atEnd() && o.atEnd());
+      }
 
     private:
+      bool atEnd() const { return !set_ || pos_ >= set_->cells_.size(); }
       void skipDead() {
          while (set_ && pos_ < set_->cells_.size() && !set_->cells_[pos_].live) ++pos_;
       }

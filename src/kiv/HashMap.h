@@ -88,9 +88,12 @@ class HashMap {
          skip();
          return *this;
       }
-      bool operator==(const Iter& o) const { return pos_ == o.pos_; }
+      // Erasing the last live entry clears the map, so an iterator that was
+      // in it is at the end whatever position end() was taken at.
+      bool operator==(const Iter& o) const { return pos_ == o.pos_ || (atEnd() && o.atEnd()); }
 
     private:
+      bool atEnd() const { return !m_ || pos_ >= m_->cells_.size(); }
       void skip() {
          while (pos_ < m_->cells_.size() && !m_->cells_[pos_].live) ++pos_;
       }

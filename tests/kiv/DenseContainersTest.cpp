@@ -166,6 +166,17 @@ TEST(DenseSet, erasingDuringIterationVisitsEachKeyOnce) {
    EXPECT_EQ(visited, 50);
    EXPECT_TRUE(s.empty());
    EXPECT_EQ(s.front(), nullptr);
+
+   // Emptied by erasing its last key while erased ones lie behind it.
+   for (uint64_t k = 0; k < 20; ++k) s.insert(Key{k});
+   s.erase(Key{19});
+   visited = 0;
+   for (Key k : s) {
+      ++visited;
+      s.erase(k);
+   }
+   EXPECT_EQ(visited, 19);
+   EXPECT_TRUE(s.empty());
 }
 
 }  // namespace

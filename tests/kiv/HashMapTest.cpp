@@ -51,6 +51,18 @@ TEST(HashMap, erasingDuringIterationVisitsEveryOtherEntryOnce) {
    }
    EXPECT_EQ(visited, 50);
    EXPECT_TRUE(m.empty());
+
+   // The last live entry is erased while erased ones lie behind it: the
+   // map empties and the loop must end there.
+   for (int k = 0; k < 20; ++k) m.insert(k, k);
+   m.erase(19);
+   visited = 0;
+   for (const auto& [k, v] : m) {
+      ++visited;
+      m.erase(k);
+   }
+   EXPECT_EQ(visited, 19);
+   EXPECT_TRUE(m.empty());
 }
 
 // Few buckets and few hash tags: long probe runs where keys share a bucket,
