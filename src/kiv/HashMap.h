@@ -1,12 +1,11 @@
 #pragma once
 // Insertion-ordered open-addressing hash map.
 //
-// Entries live densely in insertion order; a separate index of 32-bit words
-// finds them. Iteration order is therefore the order of insertion, the same for
-// the same sequence of operations in every process (no hash seed shows), and
-// front()/popFront() give FIFO draining for the review sets. Erasing leaves a
-// hole that is skipped; holes are compacted away on a later insertion, so
-// erasing during iteration is safe and inserting during iteration is not.
+// Entries live in a Kiv::InsertionOrder, so iteration follows insertion, the
+// same for the same sequence of operations in every process (no hash seed
+// shows), front() gives FIFO draining for the review sets, and erasing during
+// iteration is safe while inserting is not. A separate index of 32-bit words
+// finds them.
 //
 // Each index word carries a few bits of its key's hash beside the entry's
 // position, so a probe passes over other keys without reading their entries:
@@ -21,6 +20,8 @@
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "kiv/InsertionOrder.h"
 
 namespace Kiv {
 
@@ -51,10 +52,7 @@ class HashMap {
    };
 
  private:
-   struct Cell {
-      Entry entry;
-      bool live;
-   };
+   using Order = InsertionOrder<Entry>;
    static constexpr uint32_t kEmpty = 0;
    static constexpr uint32_t kHole = 0xffffffffu;
    // An index word: the entry's position + 1 in the low bits, a tag from the
@@ -65,55 +63,24 @@ class HashMap {
    static constexpr size_t kMaxEntries = kPositionMask - 1;
    // Up to this many entries a scan (a few cache lines) replaces the index.
    static constexpr size_t kSmallEntries = 16;
-   static constexpr size_t kKeptCapacity = 4096;
+   // An index this large is given back when the map empties.
+   static constexpr size_t kKeptIndex = 8192;
 
  public:
-   template <bool Const>
-   class Iter {
-      using Map = std::conditional_t<Const, const HashMap, HashMap>;
+   using iterator = typename Order::iterator;
+   using const_iterator = typename Order::const_iterator;
 
-    public:
-      using iterator_category = std::forward_iterator_tag;
-      using difference_type = std::ptrdiff_t;
-      using value_type = Entry;
-      using pointer = std::conditional_t<Const, const Entry*, Entry*>;
-      using reference = std::conditional_t<Const, const Entry&, Entry&>;
-      Iter(Map* m, size_t pos) : m_(m), pos_(pos) {
-         if (m_) skip();
-      }
-      reference operator*() const { return m_->cells_[pos_].entry; }
-      auto* operator->() const { return &m_->cells_[pos_].entry; }
-      Iter& operator++() {
-         ++pos_;
-         skip();
-         return *this;
-      }
-      // Erasing the last live entry clears the map, so an iterator that was
-      // in it is at the end whatever position end() was taken at.
-      bool operator==(const Iter& o) const { return pos_ == o.pos_ || (atEnd() && o.atEnd()); }
+   iterator begin() { return order_.begin(); }
+   iterator end() { return order_.end(); }
+   const_iterator begin() const { return order_.begin(); }
+   const_iterator end() const { return order_.end(); }
 
-    private:
-      bool atEnd() const { return !m_ || pos_ >= m_->cells_.size(); }
-      void skip() {
-         while (pos_ < m_->cells_.size() && !m_->cells_[pos_].live) ++pos_;
-      }
-      Map* m_;
-      size_t pos_;
-   };
-   using iterator = Iter<false>;
-   using const_iterator = Iter<true>;
-
-   iterator begin() { return iterator(this, head_); }
-   iterator end() { return iterator(this, cells_.size()); }
-   const_iterator begin() const { return const_iterator(this, head_); }
-   const_iterator end() const { return const_iterator(this, cells_.size()); }
-
-   size_t size() const noexcept { return live_; }
-   bool empty() const noexcept { return live_ == 0; }
+   size_t size() const noexcept { return order_.live(); }
+   bool empty() const noexcept { return order_.live() == 0; }
 
    V* find(const K& k) {
-      uint32_t pos = lookup(k);
-      return pos == kEmpty ? nullptr : &cells_[pos - 1].entry.second;
+      uint32_t slot = lookup(k);
+      return slot == kEmpty ? nullptr : &order_.at(slot - 1).second;
    }
    const V* find(const K& k) const { return const_cast<HashMap*>(this)->find(k); }
    bool contains(const K& k) const { return lookup(k) != kEmpty; }
@@ -139,38 +106,21 @@ class HashMap {
          index_[found.at] = kHole;
          ++holesInIndex_;
       }
-      Cell& c = cells_[found.slot - 1];
-      c.live = false;
-      c.entry.second = V{};
-      --live_;
-      if (live_ == 0) {
-         clear();
-      } else if (found.slot - 1 == head_) {
-         advanceHead();
-      }
+      order_.at(found.slot - 1).second = V{};
+      if (order_.remove(found.slot - 1)) clearIndex();
       return true;
    }
 
-   // A set drained after a burst (a million routes reviewed at start-up)
-   // gives its memory back; a small one keeps it for the next burst.
    void clear() {
-      if (cells_.capacity() > kKeptCapacity) {
-         std::vector<Cell>().swap(cells_);
-         std::vector<uint32_t>().swap(index_);
-      } else {
-         cells_.clear();
-         index_.clear();
-      }
-      live_ = 0;
-      head_ = 0;
-      holesInIndex_ = 0;
+      order_.clear();
+      clearIndex();
    }
 
    // Oldest live entry, for FIFO draining.
-   Entry* front() { return live_ ? &cells_[head_].entry : nullptr; }
+   Entry* front() { return order_.front(); }
 
    void reserve(size_t n) {
-      cells_.reserve(n);
+      order_.reserve(n);
       if (n > kSmallEntries && indexSizeFor(n) > index_.size()) rebuildIndex(indexSizeFor(n));
    }
 
@@ -202,7 +152,7 @@ class HashMap {
          uint32_t word = index_[i];
          if (word == kEmpty) return {kNotIndexed, kEmpty};
          uint32_t slot = word & kPositionMask;
-         if (word != kHole && (word & ~kPositionMask) == tag && cells_[slot - 1].entry.first == k)
+         if (word != kHole && (word & ~kPositionMask) == tag && order_.at(slot - 1).first == k)
             return {i, slot};
       }
    }
@@ -210,24 +160,23 @@ class HashMap {
    uint32_t lookup(const K& k) const { return probe(k).slot; }
 
    uint32_t scan(const K& k) const {
-      for (size_t i = head_; i < cells_.size(); ++i) {
-         if (cells_[i].live && cells_[i].entry.first == k) return static_cast<uint32_t>(i + 1);
+      for (size_t i = order_.headPosition(); i < order_.cellCount(); ++i) {
+         if (order_.isLive(i) && order_.at(i).first == k) return static_cast<uint32_t>(i + 1);
       }
       return kEmpty;
    }
 
    V& append(const K& k, V v) {
-      if (cells_.size() >= kSmallEntries && cells_.size() > 2 * live_) compact();
+      if (order_.wantsCompaction()) compact();
+      const size_t cells = order_.cellCount();
       // Sized for every cell, live or not, so one rebuild covers the next
-      // cells.size() insertions.
-      const bool indexed = !index_.empty() || cells_.size() + 1 > kSmallEntries;
-      if (indexed && (cells_.size() + 1 + holesInIndex_) * 2 > index_.size())
-         rebuildIndex(indexSizeFor(cells_.size() + 1));
-      if (cells_.size() >= kMaxEntries) throw std::length_error("Kiv::HashMap: too many entries");
-      cells_.push_back(Cell{Entry{k, std::move(v)}, true});
-      ++live_;
-      if (indexed) place(k, static_cast<uint32_t>(cells_.size()));
-      return cells_.back().entry.second;
+      // cellCount() insertions.
+      const bool indexed = !index_.empty() || cells + 1 > kSmallEntries;
+      if (indexed && (cells + 1 + holesInIndex_) * 2 > index_.size()) rebuildIndex(indexSizeFor(cells + 1));
+      if (cells >= kMaxEntries) throw std::length_error("Kiv::HashMap: too many entries");
+      const size_t pos = order_.append(Entry{k, std::move(v)});
+      if (indexed) place(k, static_cast<uint32_t>(pos + 1));
+      return order_.at(pos).second;
    }
 
    void place(const K& k, uint32_t slot) {
@@ -239,16 +188,9 @@ class HashMap {
    }
 
    void compact() {
-      size_t out = 0;
-      for (size_t in = 0; in < cells_.size(); ++in) {
-         if (!cells_[in].live) continue;
-         if (out != in) cells_[out] = std::move(cells_[in]);
-         ++out;
-      }
-      cells_.resize(out);
-      head_ = 0;
-      if (live_ + 1 > kSmallEntries) {
-         rebuildIndex(indexSizeFor(live_ + 1));
+      order_.compact([](const Entry&, size_t) {});
+      if (order_.live() + 1 > kSmallEntries) {
+         rebuildIndex(indexSizeFor(order_.live() + 1));
       } else {
          index_.clear();
          holesInIndex_ = 0;
@@ -258,18 +200,21 @@ class HashMap {
    void rebuildIndex(size_t size) {
       index_.assign(size, kEmpty);
       holesInIndex_ = 0;
-      for (size_t i = 0; i < cells_.size(); ++i)
-         if (cells_[i].live) place(cells_[i].entry.first, static_cast<uint32_t>(i + 1));
+      for (size_t i = 0; i < order_.cellCount(); ++i)
+         if (order_.isLive(i)) place(order_.at(i).first, static_cast<uint32_t>(i + 1));
    }
 
-   void advanceHead() {
-      while (head_ < cells_.size() && !cells_[head_].live) ++head_;
+   void clearIndex() {
+      if (index_.size() > kKeptIndex) {
+         std::vector<uint32_t>().swap(index_);
+      } else {
+         index_.clear();
+      }
+      holesInIndex_ = 0;
    }
 
-   std::vector<Cell> cells_;
+   Order order_;
    std::vector<uint32_t> index_;
-   size_t live_ = 0;
-   size_t head_ = 0;
    size_t holesInIndex_ = 0;
 };
 
@@ -294,7 +239,7 @@ class HashSet {
       bool operator==(const const_iterator& o) const { return it_ == o.it_; }
 
     private:
-      typename Map::const_iterator it_{nullptr, 0};
+      typename Map::const_iterator it_;
    };
 
    const_iterator begin() const { return const_iterator(map_.begin()); }
