@@ -1,5 +1,5 @@
 #pragma once
-// Insertion-ordered open-addressing hash map.
+// Insertion-ordered open-addressing hash map and set.
 //
 // Entries live in a Kiv::InsertionOrder, so iteration follows insertion, the
 // same for the same sequence of operations in every process (no hash seed
@@ -43,16 +43,12 @@ struct Unit {
    friend bool operator==(Unit, Unit) { return true; }
 };
 
-template <class K, class V, class H = Hash<K>>
-class HashMap {
- public:
-   struct Entry {
-      K first;
-      V second;
-   };
-
- private:
-   using Order = InsertionOrder<Entry>;
+// The hashed table under HashMap and HashSet: what it stores (a map's entry,
+// a set's bare key) and how a key is taken from it are parameters, so a set
+// keeps no value beside its keys.
+template <class Stored, class K, class KeyOf, class H>
+class HashTable {
+   using Order = InsertionOrder<Stored>;
    static constexpr uint32_t kEmpty = 0;
    static constexpr uint32_t kHole = 0xffffffffu;
    // An index word: the entry's position + 1 in the low bits, a tag from the
@@ -63,7 +59,7 @@ class HashMap {
    static constexpr size_t kMaxEntries = kPositionMask - 1;
    // Up to this many entries a scan (a few cache lines) replaces the index.
    static constexpr size_t kSmallEntries = 16;
-   // An index this large is given back when the map empties.
+   // An index this large is given back when the table empties.
    static constexpr size_t kKeptIndex = 8192;
 
  public:
@@ -78,35 +74,36 @@ class HashMap {
    size_t size() const noexcept { return order_.live(); }
    bool empty() const noexcept { return order_.live() == 0; }
 
-   V* find(const K& k) {
+   Stored* find(const K& k) {
       uint32_t slot = lookup(k);
-      return slot == kEmpty ? nullptr : &order_.at(slot - 1).second;
+      return slot == kEmpty ? nullptr : &order_.at(slot - 1);
    }
-   const V* find(const K& k) const { return const_cast<HashMap*>(this)->find(k); }
    bool contains(const K& k) const { return lookup(k) != kEmpty; }
 
-   // Inserts or overwrites; returns the stored value and whether it was new.
-   std::pair<V*, bool> insert(const K& k, V v) {
-      if (V* existing = find(k)) {
-         *existing = std::move(v);
-         return {existing, false};
-      }
-      return {&append(k, std::move(v)), true};
+   // Adds what is stored for a key the table does not hold.
+   Stored& append(const K& k, Stored stored) {
+      if (order_.wantsCompaction()) compact();
+      const size_t cells = order_.cellCount();
+      // Sized for every cell, live or not, so one rebuild covers the next
+      // cellCount() insertions.
+      const bool indexed = !index_.empty() || cells + 1 > kSmallEntries;
+      if (indexed && (cells + 1 + holesInIndex_) * 2 > index_.size()) rebuildIndex(indexSizeFor(cells + 1));
+      if (cells >= kMaxEntries) throw std::length_error("Kiv::HashMap: too many entries");
+      const size_t pos = order_.append(std::move(stored));
+      if (indexed) place(k, static_cast<uint32_t>(pos + 1));
+      return order_.at(pos);
    }
 
-   V& operator[](const K& k) {
-      if (V* existing = find(k)) return *existing;
-      return append(k, V{});
-   }
-
-   bool erase(const K& k) {
+   // release(stored) lets go of what the dead cell still holds.
+   template <class Release>
+   bool erase(const K& k, Release release) {
       const Found found = probe(k);
       if (found.slot == kEmpty) return false;
       if (found.at != kNotIndexed) {
          index_[found.at] = kHole;
          ++holesInIndex_;
       }
-      order_.at(found.slot - 1).second = V{};
+      release(order_.at(found.slot - 1));
       if (order_.remove(found.slot - 1)) clearIndex();
       return true;
    }
@@ -117,7 +114,7 @@ class HashMap {
    }
 
    // Oldest live entry, for FIFO draining.
-   Entry* front() { return order_.front(); }
+   Stored* front() { return order_.front(); }
 
    void reserve(size_t n) {
       order_.reserve(n);
@@ -136,7 +133,7 @@ class HashMap {
    }
 
    // Where a key is: its entry's position + 1 (kEmpty when absent) and, in
-   // an indexed map, the index word that points at it.
+   // an indexed table, the index word that points at it.
    static constexpr size_t kNotIndexed = ~size_t{0};
    struct Found {
       size_t at;
@@ -152,7 +149,7 @@ class HashMap {
          uint32_t word = index_[i];
          if (word == kEmpty) return {kNotIndexed, kEmpty};
          uint32_t slot = word & kPositionMask;
-         if (word != kHole && (word & ~kPositionMask) == tag && order_.at(slot - 1).first == k)
+         if (word != kHole && (word & ~kPositionMask) == tag && KeyOf{}(order_.at(slot - 1)) == k)
             return {i, slot};
       }
    }
@@ -161,22 +158,9 @@ class HashMap {
 
    uint32_t scan(const K& k) const {
       for (size_t i = order_.headPosition(); i < order_.cellCount(); ++i) {
-         if (order_.isLive(i) && order_.at(i).first == k) return static_cast<uint32_t>(i + 1);
+         if (order_.isLive(i) && KeyOf{}(order_.at(i)) == k) return static_cast<uint32_t>(i + 1);
       }
       return kEmpty;
-   }
-
-   V& append(const K& k, V v) {
-      if (order_.wantsCompaction()) compact();
-      const size_t cells = order_.cellCount();
-      // Sized for every cell, live or not, so one rebuild covers the next
-      // cellCount() insertions.
-      const bool indexed = !index_.empty() || cells + 1 > kSmallEntries;
-      if (indexed && (cells + 1 + holesInIndex_) * 2 > index_.size()) rebuildIndex(indexSizeFor(cells + 1));
-      if (cells >= kMaxEntries) throw std::length_error("Kiv::HashMap: too many entries");
-      const size_t pos = order_.append(Entry{k, std::move(v)});
-      if (indexed) place(k, static_cast<uint32_t>(pos + 1));
-      return order_.at(pos).second;
    }
 
    void place(const K& k, uint32_t slot) {
@@ -188,7 +172,7 @@ class HashMap {
    }
 
    void compact() {
-      order_.compact([](const Entry&, size_t) {});
+      order_.compact([](const Stored&, size_t) {});
       if (order_.live() + 1 > kSmallEntries) {
          rebuildIndex(indexSizeFor(order_.live() + 1));
       } else {
@@ -201,7 +185,7 @@ class HashMap {
       index_.assign(size, kEmpty);
       holesInIndex_ = 0;
       for (size_t i = 0; i < order_.cellCount(); ++i)
-         if (order_.isLive(i)) place(order_.at(i).first, static_cast<uint32_t>(i + 1));
+         if (order_.isLive(i)) place(KeyOf{}(order_.at(i)), static_cast<uint32_t>(i + 1));
    }
 
    void clearIndex() {
@@ -218,46 +202,97 @@ class HashMap {
    size_t holesInIndex_ = 0;
 };
 
-template <class K, class H = Hash<K>>
-class HashSet {
+template <class K, class V, class H = Hash<K>>
+class HashMap {
  public:
-   using Map = HashMap<K, Unit, H>;
-   class const_iterator {
-    public:
-      using iterator_category = std::forward_iterator_tag;
-      using difference_type = std::ptrdiff_t;
-      using value_type = K;
-      using pointer = const K*;
-      using reference = const K&;
-      const_iterator() = default;
-      explicit const_iterator(typename Map::const_iterator it) : it_(it) {}
-      const K& operator*() const { return (*it_).first; }
-      const_iterator& operator++() {
-         ++it_;
-         return *this;
-      }
-      bool operator==(const const_iterator& o) const { return it_ == o.it_; }
-
-    private:
-      typename Map::const_iterator it_;
+   struct Entry {
+      K first;
+      V second;
    };
 
-   const_iterator begin() const { return const_iterator(map_.begin()); }
-   const_iterator end() const { return const_iterator(map_.end()); }
-   size_t size() const noexcept { return map_.size(); }
-   bool empty() const noexcept { return map_.empty(); }
-   bool contains(const K& k) const { return map_.contains(k); }
-   bool insert(const K& k) { return map_.insert(k, Unit{}).second; }
-   bool erase(const K& k) { return map_.erase(k); }
-   void clear() { map_.clear(); }
-   const K* front() {
-      auto* e = map_.front();
-      return e ? &e->first : nullptr;
+ private:
+   struct KeyOfEntry {
+      const K& operator()(const Entry& e) const { return e.first; }
+   };
+   using Table = HashTable<Entry, K, KeyOfEntry, H>;
+
+ public:
+   using iterator = typename Table::iterator;
+   using const_iterator = typename Table::const_iterator;
+
+   iterator begin() { return table_.begin(); }
+   iterator end() { return table_.end(); }
+   const_iterator begin() const { return table_.begin(); }
+   const_iterator end() const { return table_.end(); }
+
+   size_t size() const noexcept { return table_.size(); }
+   bool empty() const noexcept { return table_.empty(); }
+
+   V* find(const K& k) {
+      Entry* entry = table_.find(k);
+      return entry ? &entry->second : nullptr;
    }
-   void reserve(size_t n) { map_.reserve(n); }
+   const V* find(const K& k) const { return const_cast<HashMap*>(this)->find(k); }
+   bool contains(const K& k) const { return table_.contains(k); }
+
+   // Inserts or overwrites; returns the stored value and whether it was new.
+   std::pair<V*, bool> insert(const K& k, V v) {
+      if (V* existing = find(k)) {
+         *existing = std::move(v);
+         return {existing, false};
+      }
+      return {&table_.append(k, Entry{k, std::move(v)}).second, true};
+   }
+
+   V& operator[](const K& k) {
+      if (V* existing = find(k)) return *existing;
+      return table_.append(k, Entry{k, V{}}).second;
+   }
+
+   bool erase(const K& k) {
+      return table_.erase(k, [](Entry& e) { e.second = V{}; });
+   }
+
+   void clear() { table_.clear(); }
+
+   // Oldest live entry, for FIFO draining.
+   Entry* front() { return table_.front(); }
+
+   void reserve(size_t n) { table_.reserve(n); }
 
  private:
-   Map map_;
+   Table table_;
+};
+
+template <class K, class H = Hash<K>>
+class HashSet {
+   struct KeyItself {
+      const K& operator()(const K& k) const { return k; }
+   };
+   using Table = HashTable<K, K, KeyItself, H>;
+
+ public:
+   using const_iterator = typename Table::const_iterator;
+
+   const_iterator begin() const { return table_.begin(); }
+   const_iterator end() const { return table_.end(); }
+   size_t size() const noexcept { return table_.size(); }
+   bool empty() const noexcept { return table_.empty(); }
+   bool contains(const K& k) const { return table_.contains(k); }
+   bool insert(const K& k) {
+      if (table_.contains(k)) return false;
+      table_.append(k, k);
+      return true;
+   }
+   bool erase(const K& k) {
+      return table_.erase(k, [](K&) {});
+   }
+   void clear() { table_.clear(); }
+   const K* front() { return table_.front(); }
+   void reserve(size_t n) { table_.reserve(n); }
+
+ private:
+   Table table_;
 };
 
 }  // namespace Kiv

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <vector>
@@ -102,6 +103,30 @@ TEST(HashMap, agreesWithAReferenceMapUnderRandomChurn) {
    expectAgreesWithAReferenceMapUnderRandomChurn<Kiv::HashMap<uint64_t, uint64_t>>(24, 20000);
    expectAgreesWithAReferenceMapUnderRandomChurn<Kiv::HashMap<uint64_t, uint64_t, CrowdedHash>>(
        400, 20000);
+}
+
+// Order is insertion order, and a key erased and inserted again goes last.
+TEST(HashSet, keepsInsertionOrderAndMembershipUnderRandomChurn) {
+   Kiv::HashSet<uint64_t> s;
+   std::vector<uint64_t> ref;
+   std::mt19937_64 rng(13);
+   for (int i = 0; i < 40000; ++i) {
+      const uint64_t k = rng() % 300;
+      auto at = std::find(ref.begin(), ref.end(), k);
+      if (rng() % 3 == 0) {
+         EXPECT_EQ(s.erase(k), at != ref.end());
+         if (at != ref.end()) ref.erase(at);
+      } else {
+         EXPECT_EQ(s.insert(k), at == ref.end());
+         if (at == ref.end()) ref.push_back(k);
+      }
+      ASSERT_EQ(s.size(), ref.size());
+      ASSERT_EQ(s.front() == nullptr, ref.empty());
+      if (!ref.empty()) {
+         ASSERT_EQ(*s.front(), ref.front());
+      }
+   }
+   EXPECT_EQ(std::vector<uint64_t>(s.begin(), s.end()), ref);
 }
 
 TEST(HashSet, membershipAndOrder) {
