@@ -414,10 +414,10 @@ void MplsBaseSm::runCleanupHwStatusAdjTask() {
   std::vector<uint64_t> unowned;
   uint64_t last = cleanupBookmark_;
   bool yielded = false;
-  for (auto it = adjacencies.begin(); it != adjacencies.end(); ++it) {
-    if (it->first < cleanupBookmark_) continue;
-    last = it->first;
-    if (!mplsState()->l3AdjacencyHas(it->first)) unowned.push_back(it->first);
+  for (const auto& [index, adjacency] : adjacencies) {
+    if (index < cleanupBookmark_) continue;
+    last = index;
+    if (!mplsState()->l3AdjacencyHas(index)) unowned.push_back(index);
     if (shouldTaskYield(cleanupHwStatusAdjTask_.get())) {
       yielded = true;
       break;

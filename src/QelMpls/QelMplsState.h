@@ -107,6 +107,17 @@ struct IpAddrIntfId {
   friend auto operator<=>(const IpAddrIntfId&, const IpAddrIntfId&) = default;
 };
 
+}  // namespace Qel
+
+template <>
+struct std::hash<Qel::IpAddrIntfId> {
+  size_t operator()(const Qel::IpAddrIntfId& k) const noexcept {
+    return std::hash<Bexo::IpGenAddr>{}(k.addr) * 31 + std::hash<Bexo::IntfId>{}(k.intf);
+  }
+};
+
+namespace Qel {
+
 class MplsL2Adjacency;
 class ExternalFecInfo;
 class MulticastGroupInfo;
@@ -144,7 +155,7 @@ class MplsRoute : public Kiv::RefCounted {
 // A cached copy of the sane MPLS-over-IP vias of one via set, by position.
 class CachedLFibMplsViaColl : public Kiv::RefCounted {
  public:
-  KIV_ORDERED_COLL(uint32_t, Mpls::LfibMplsVia, via, Via)
+  KIV_FLAT_COLL(uint32_t, Mpls::LfibMplsVia, via, Via)
   KIV_VALUE(bool, usableAsPrimaryVias, true)
   void viaIs(Mpls::LfibViaIndexRange index, const Mpls::LfibMplsVia& v) { viaIs(index.value(), v); }
 };
@@ -153,7 +164,7 @@ class CachedLFibMplsViaColl : public Kiv::RefCounted {
 class ProgrammableMplsFecVias : public Kiv::RefCounted {
  public:
   ProgrammableMplsFecVias() = default;
-  KIV_ORDERED_COLL(uint32_t, Mpls::LfibMplsVia, via, Via)
+  KIV_FLAT_COLL(uint32_t, Mpls::LfibMplsVia, via, Via)
   KIV_VALUE(MplsFecProgAction, programAction, MplsFecProgAction::mplsFecProgActionProgram)
 };
 
@@ -248,7 +259,7 @@ class MplsState : public Kiv::RefCounted {
   KIV_DENSE_COLL(Mpls::RouteKey, Kiv::Ptr<MplsRoute>, route, Route)
   KIV_INDEX_COLL(L3AdjIndex, Kiv::Ptr<L3Adjacency>, l3Adjacency, L3Adjacency)
   KIV_INDEX_COLL(L2AdjIndex, Kiv::Ptr<MplsL2Adjacency>, l2Adjacency, L2Adjacency)
-  KIV_ORDERED_COLL(IpAddrIntfId, Kiv::Ptr<MplsNextHop>, mplsNextHop, MplsNextHop)
+  KIV_COLL(IpAddrIntfId, Kiv::Ptr<MplsNextHop>, mplsNextHop, MplsNextHop)
   KIV_ORDERED_COLL(Vosh::Fib::FecId, Kiv::Ptr<ExternalFecInfo>, extFecInfo, ExtFecInfo)
   KIV_DENSE_COLL(Mpls::LfibViaSetKey, L3AdjIndex, lFibViaSetToL3Adj, LFibViaSetToL3Adj)
   KIV_ORDERED_COLL(Mpls::LfibViaSetKey, Vosh::Fib::FecId, lFibViaSetToFecId, LFibViaSetToFecId)
@@ -260,10 +271,10 @@ class MplsState : public Kiv::RefCounted {
   KIV_DENSE_SET(Mpls::RouteKey, routeKeyForReview)
   KIV_DENSE_SET(Mpls::RouteKey, routeKeyForPublish)
   KIV_DENSE_SET(Mpls::RouteKey, unprogrammedRoute)
-  KIV_ORDERED_SET(L3AdjIndex, l3AdjForReview)
-  KIV_ORDERED_SET(L2AdjIndex, l2AdjForReview)
-  KIV_ORDERED_SET(L2AdjIndex, l2AdjPendingForDelete)
-  KIV_ORDERED_SET(L2AdjIndex, unprogrammedL2Adj)
+  KIV_INDEX_SET(L3AdjIndex, l3AdjForReview)
+  KIV_INDEX_SET(L2AdjIndex, l2AdjForReview)
+  KIV_INDEX_SET(L2AdjIndex, l2AdjPendingForDelete)
+  KIV_INDEX_SET(L2AdjIndex, unprogrammedL2Adj)
 
   KIV_COUNTER(numUnprogrammedRoute)
   KIV_COUNTER(numUnprogrammedAdj)
@@ -303,10 +314,3 @@ class MplsSmStartupRecord : public Kiv::Entity {
 Kiv::Ptr<MplsSmStartupRecord> mplsSmStartupRecordFactory(const std::string& name);
 
 }  // namespace Qel
-
-template <>
-struct std::hash<Qel::IpAddrIntfId> {
-  size_t operator()(const Qel::IpAddrIntfId& k) const noexcept {
-    return std::hash<Bexo::IpGenAddr>{}(k.addr) * 31 + std::hash<Bexo::IntfId>{}(k.intf);
-  }
-};

@@ -81,6 +81,8 @@ class DirectMap {
 
    const_iterator begin() const { return const_iterator(this, 0, others_.begin()); }
    const_iterator end() const { return const_iterator(this, kNotNumbered, others_.end()); }
+   // The first key numbered n or above, then those without a number.
+   const_iterator lowerBound(uint32_t n) const { return const_iterator(this, n, others_.begin()); }
 
    size_t size() const noexcept { return size_; }
    bool empty() const noexcept { return size_ == 0; }

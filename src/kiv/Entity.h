@@ -23,7 +23,9 @@
 
 #include "kiv/DenseSet.h"
 #include "kiv/DirectMap.h"
+#include "kiv/FlatMap.h"
 #include "kiv/HashMap.h"
+#include "kiv/NumberedSet.h"
 #include "kiv/OrderedMap.h"
 #include "kiv/Ptr.h"
 #include "kiv/Signal.h"
@@ -142,6 +144,8 @@ class Reactor {
 #define KIV_COLL(K, V, name, Name) KIV_COLL_IMPL(::Kiv::HashMap<K KIV_COMMA V>, K, V, name, Name)
 #define KIV_ORDERED_COLL(K, V, name, Name) \
    KIV_COLL_IMPL(::Kiv::OrderedMap<K KIV_COMMA V>, K, V, name, Name)
+// A handful of entries in key order (an adjacency's vias), in one array.
+#define KIV_FLAT_COLL(K, V, name, Name) KIV_COLL_IMPL(::Kiv::FlatMap<K KIV_COMMA V>, K, V, name, Name)
 #define KIV_COMMA ,
 // A collection that may come to hold most of a densely numbered key space
 // (every route); it iterates by key number.
@@ -173,3 +177,6 @@ class Reactor {
 // route under review at once).
 #define KIV_DENSE_SET(K, name) KIV_SET_IMPL(::Kiv::DenseSet<K>, K, name)
 #define KIV_ORDERED_SET(K, name) KIV_SET_IMPL(::Kiv::OrderedSet<K>, K, name)
+// A set of indexes a counter hands out, in index order, that may come to hold
+// most of them (every adjacency under review at once).
+#define KIV_INDEX_SET(K, name) KIV_SET_IMPL(::Kiv::NumberedSet<K KIV_COMMA ::Kiv::CountedIndex<K>>, K, name)

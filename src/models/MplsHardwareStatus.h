@@ -41,7 +41,7 @@ class AdjacencyBase : public Kiv::Entity {
 class Adjacency : public AdjacencyBase {
  public:
   using AdjacencyBase::AdjacencyBase;
-  KIV_ORDERED_COLL(uint32_t, LfibMplsVia, via, Via)
+  KIV_FLAT_COLL(uint32_t, LfibMplsVia, via, Via)
   KIV_ATTR(LfibViaSetType, viaSetType, ViaSetType, LfibViaType::viaTypeUnknown)
   KIV_ATTR(uint64_t, l2Adjacency, L2Adjacency, 0)
 };
@@ -70,9 +70,9 @@ class Status : public Kiv::Entity {
   static constexpr const char* kTypeName = "Mpls::Hardware::Status";
 
   KIV_DENSE_COLL(RouteKey, RouteInfo, route, Route)
-  KIV_ORDERED_COLL(uint64_t, Kiv::Ptr<Adjacency>, adjacency, Adjacency)
-  KIV_ORDERED_COLL(uint64_t, AdjacencyBackupStatus, adjacencyBackupStatus, AdjacencyBackupStatus)
-  KIV_ORDERED_COLL(uint64_t, Kiv::Ptr<L2Adjacency>, l2Adjacency, L2Adjacency)
+  KIV_INDEX_COLL(uint64_t, Kiv::Ptr<Adjacency>, adjacency, Adjacency)
+  KIV_INDEX_COLL(uint64_t, AdjacencyBackupStatus, adjacencyBackupStatus, AdjacencyBackupStatus)
+  KIV_INDEX_COLL(uint64_t, Kiv::Ptr<L2Adjacency>, l2Adjacency, L2Adjacency)
   KIV_ATTR(bool, nexthopResolutionAllowDefaultRoute, NexthopResolutionAllowDefaultRoute, false)
 
   // Get or create the adjacency of an index.
