@@ -36,6 +36,7 @@
 #include "kiv/DirectMap.h"
 #include "kiv/Signal.h"
 #include "vosh/Record.h"
+#include "vosh/SeenSlots.h"
 #include "vosh/TableBase.h"
 
 namespace Vosh {
@@ -179,12 +180,6 @@ class Table final : public TableBase {
 
  private:
   enum class Read { absent, ok, corrupt };
-  struct SeenSlot {
-    K key{};
-    uint32_t seq = 0;
-    bool used = false;
-  };
-
   class SyncScope {
    public:
     explicit SyncScope(bool& flag) : flag_(flag) { flag_ = true; }
@@ -346,7 +341,7 @@ class Table final : public TableBase {
     if (capacity() != capacityAdopted()) adoptCapacity();
     const uint32_t end = std::min(std::max(highWater(), seenHigh_), capacityAdopted());
     for (uint32_t s = 0; s < end; ++s) {
-      if (slotSeq(slotAt(s)) != seen_[s].seq) mark(s);
+      if (slotSeq(slotAt(s)) != seen_.seq(s)) mark(s);
     }
     cursor_ = written;
     applyMarked();
@@ -365,18 +360,17 @@ class Table final : public TableBase {
     K key{};
     SlotImage image;
     bool stable = slotRead(slotAt(s), geometry(), &key, nullptr, image);
-    if (image.seq == seen_[s].seq) return;
-    if (stable && image.used() && seen_[s].used && seen_[s].key == key) {
+    if (image.seq == seen_.seq(s)) return;
+    if (stable && image.used() && seen_.used(s) && seen_.key(s) == key) {
       // Rewritten in place: the index already says where the key is.
-      seen_[s].seq = image.seq;
+      seen_.seqIs(s, image.seq);
       pending_.insert(key);
       return;
     }
-    if (seen_[s].used) forgetSlot(s);
-    seen_[s].seq = image.seq;
+    if (seen_.used(s)) forgetSlot(s);
+    seen_.seqIs(s, image.seq);
     if (stable && image.used()) {
-      seen_[s].key = key;
-      seen_[s].used = true;
+      seen_.keyIs(s, key);
       seenHigh_ = std::max(seenHigh_, s + 1);
       index_.insert(key, s);
       pending_.insert(key);
@@ -385,11 +379,11 @@ class Table final : public TableBase {
   }
 
   void forgetSlot(uint32_t s) const {
-    SeenSlot& seen = seen_[s];
-    const uint32_t* at = index_.find(seen.key);
-    if (at && *at == s) index_.erase(seen.key);
-    pending_.insert(seen.key);
-    seen.used = false;
+    const K key = seen_.key(s);
+    const uint32_t* at = index_.find(key);
+    if (at && *at == s) index_.erase(key);
+    pending_.insert(key);
+    seen_.release(s);
   }
 
   void handleRebound() override {
@@ -399,14 +393,14 @@ class Table final : public TableBase {
     scheduleIfPending();
   }
 
-  uint32_t capacityAdopted() const { return static_cast<uint32_t>(seen_.size()); }
+  uint32_t capacityAdopted() const { return seen_.size(); }
 
   // Slots beyond a smaller capacity are gone; a larger one, raised in place
   // or by a new generation, is watched from now on.
   void adoptCapacity() const {
     uint32_t slots = capacity();
     for (uint32_t s = slots; s < seen_.size(); ++s) {
-      if (seen_[s].used) forgetSlot(s);
+      if (seen_.used(s)) forgetSlot(s);
     }
     seen_.resize(slots);
     marked_.resize(slots, 0);
@@ -416,8 +410,8 @@ class Table final : public TableBase {
 
   void handleUnbound(bool notify) override {
     if (notify) {
-      for (const SeenSlot& seen : seen_) {
-        if (seen.used) pending_.insert(seen.key);
+      for (uint32_t s = 0; s < seen_.size(); ++s) {
+        if (seen_.used(s)) pending_.insert(seen_.key(s));
       }
     } else {
       pending_.clear();
@@ -456,7 +450,7 @@ class Table final : public TableBase {
   mutable std::vector<std::byte> scratch_;
   // Reader state: what each slot held when last seen, the change-ring
   // cursor, slots to look at, and keys to notify.
-  mutable std::vector<SeenSlot> seen_;
+  mutable SeenSlots<K> seen_;
   mutable uint32_t seenHigh_ = 0;
   mutable uint64_t cursor_ = 0;
   mutable std::vector<uint8_t> marked_;
