@@ -9,33 +9,12 @@
 #include "kiv/DenseSet.h"
 #include "kiv/DirectMap.h"
 #include "kiv/HashMap.h"
+#include "NumberedTestKey.h"
 
 namespace {
 
-// Numbered below 2^16 (64 pages of numbers); above that a key has no number
-// and lives on the containers' hash-map side.
-struct Key {
-   uint64_t value = 0;
-   friend bool operator==(Key, Key) = default;
-};
-constexpr uint64_t kNumbered = 1u << 16;
-
-}  // namespace
-
-template <>
-struct Kiv::DenseKey<Key> {
-   static uint32_t numberOf(Key k) {
-      return k.value < kNumbered ? static_cast<uint32_t>(k.value) : Kiv::kNotNumbered;
-   }
-   static Key keyOf(uint32_t number) { return Key{number}; }
-};
-
-template <>
-struct std::hash<Key> {
-   size_t operator()(Key k) const noexcept { return k.value; }
-};
-
-namespace {
+using KivTest::Key;
+using KivTest::kNumbered;
 
 static_assert(std::is_same_v<Kiv::KeyMap<Key, int>, Kiv::DirectMap<Key, int>>);
 static_assert(std::is_same_v<Kiv::KeyMap<int, int>, Kiv::HashMap<int, int>>);

@@ -4,31 +4,12 @@
 
 #include <random>
 
-namespace {
-
-// Numbered below 2^16; any larger key has no number and is kept aside.
-struct Key {
-  uint64_t value = 0;
-  friend bool operator==(Key, Key) = default;
-};
-constexpr uint64_t kNumbered = 1u << 16;
-
-}  // namespace
-
-template <>
-struct Kiv::DenseKey<Key> {
-  static uint32_t numberOf(Key k) {
-    return k.value < kNumbered ? static_cast<uint32_t>(k.value) : Kiv::kNotNumbered;
-  }
-  static Key keyOf(uint32_t number) { return Key{number}; }
-};
-
-template <>
-struct std::hash<Key> {
-  size_t operator()(Key k) const noexcept { return k.value; }
-};
+#include "../kiv/NumberedTestKey.h"
 
 namespace {
+
+using KivTest::Key;
+using KivTest::kNumbered;
 
 // The compact view, keys by number and the few without one aside, sees
 // exactly what the plain one does: slots taken, released, retaken by keys of
