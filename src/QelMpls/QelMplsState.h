@@ -174,9 +174,9 @@ class L3Adjacency : public Kiv::RefCounted {
   L3AdjIndex index() const { return index_; }
 
   KIV_SET(Mpls::RouteKey, routeKey)
-  KIV_ORDERED_SET(IpAddrIntfId, nextHop)
-  KIV_ORDERED_SET(Bridging::HostKey, hostKey)
-  KIV_ORDERED_SET(L3AdjIndex, primaryAdj)
+  KIV_FLAT_SET(IpAddrIntfId, nextHop)
+  KIV_FLAT_SET(Bridging::HostKey, hostKey)
+  KIV_FLAT_SET(L3AdjIndex, primaryAdj)
   KIV_VALUE(Kiv::Ptr<MplsL2Adjacency>, l2Adjacency, nullptr)
   KIV_VALUE(Kiv::Ptr<ExternalFecInfo>, extFecInfo, nullptr)
   KIV_VALUE(Kiv::Ptr<MulticastGroupInfo>, multicastGroupInfo, nullptr)
@@ -198,7 +198,7 @@ class MplsL2Adjacency : public Kiv::RefCounted {
   const Kiv::Ptr<Mpls::Hardware::L2Adjacency>& hwL2Adjacency() const { return hwL2Adjacency_; }
   const Mpls::Hardware::L2ViaSet& l2ViaSet() const { return hwL2Adjacency_->l2ViaSet(); }
 
-  KIV_ORDERED_SET(L3AdjIndex, l3Adjacency)
+  KIV_FLAT_SET(L3AdjIndex, l3Adjacency)
   KIV_SET(Mpls::RouteKey, routeKey)
   // Bumped on every write of the hardware record; its low byte is the
   // record's version.

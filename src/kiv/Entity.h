@@ -177,6 +177,8 @@ class Reactor {
 // route under review at once).
 #define KIV_DENSE_SET(K, name) KIV_SET_IMPL(::Kiv::DenseSet<K>, K, name)
 #define KIV_ORDERED_SET(K, name) KIV_SET_IMPL(::Kiv::OrderedSet<K>, K, name)
+// A handful of keys in order (an adjacency's next hops), in one array.
+#define KIV_FLAT_SET(K, name) KIV_SET_IMPL(::Kiv::FlatSet<K>, K, name)
 // A set of indexes a counter hands out, in index order, that may come to hold
 // most of them (every adjacency under review at once).
 #define KIV_INDEX_SET(K, name) KIV_SET_IMPL(::Kiv::NumberedSet<K KIV_COMMA ::Kiv::CountedIndex<K>>, K, name)

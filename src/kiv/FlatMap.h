@@ -1,11 +1,11 @@
 #pragma once
-// An ordered map kept as one sorted array, for the small collections every
-// adjacency carries (its two or three vias): one allocation where a tree
+// An ordered map and set kept as one sorted array, for the small collections
+// every adjacency carries (its two or three vias and next hops): one allocation where a tree
 // takes one per entry plus its node headers, a cleared map keeps its capacity
 // for the next fill, and lookups scan a cache line or two. Inserting or
 // erasing moves the entries behind, so it is for a handful of entries, and
 // any change during iteration ends it (clearing and then breaking out is
-// fine). Same interface as Kiv::OrderedMap.
+// fine). Same interfaces as Kiv::OrderedMap and Kiv::OrderedSet.
 
 #include <algorithm>
 #include <cstddef>
@@ -67,6 +67,40 @@ class FlatMap {
 
  private:
    Entries entries_;
+};
+
+template <class K>
+class FlatSet {
+   using Keys = std::vector<K>;
+
+ public:
+   using const_iterator = typename Keys::const_iterator;
+   const_iterator begin() const { return keys_.begin(); }
+   const_iterator end() const { return keys_.end(); }
+   size_t size() const noexcept { return keys_.size(); }
+   bool empty() const noexcept { return keys_.empty(); }
+   bool contains(const K& k) const {
+      auto it = lowerBound(k);
+      return it != keys_.end() && *it == k;
+   }
+   bool insert(const K& k) {
+      auto it = lowerBound(k);
+      if (it != keys_.end() && *it == k) return false;
+      keys_.insert(it, k);
+      return true;
+   }
+   bool erase(const K& k) {
+      auto it = lowerBound(k);
+      if (it == keys_.end() || !(*it == k)) return false;
+      keys_.erase(it);
+      return true;
+   }
+   void clear() { keys_.clear(); }
+   const K* front() const { return keys_.empty() ? nullptr : &keys_.front(); }
+   const_iterator lowerBound(const K& from) const { return std::lower_bound(keys_.begin(), keys_.end(), from); }
+
+ private:
+   Keys keys_;
 };
 
 }  // namespace Kiv

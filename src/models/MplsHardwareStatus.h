@@ -17,13 +17,14 @@ namespace Mpls::Hardware {
 enum class RouteState : uint8_t { routeStateUnknown, routeStateProgrammed, routeStateUnprogrammed };
 KIV_ENUM_NAMES(RouteState, routeStateInstance, "unknown", "programmed", "unprogrammed")
 
-// One published route.
+// One published route. The two one-byte fields sit together: one is kept per
+// route, and apart they padded it from 24 to 32 bytes.
 struct RouteInfo {
   RouteState state = RouteState::routeStateUnknown;
+  uint8_t version = 0;
   uint32_t unprogrammedReason = 0;
   uint64_t adjacencyIndex = 0;
   uint64_t l2AdjacencyIndex = 0;
-  uint8_t version = 0;
   friend bool operator==(const RouteInfo&, const RouteInfo&) = default;
 };
 

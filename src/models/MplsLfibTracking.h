@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "kiv/DenseSet.h"
 #include "kiv/DirectMap.h"
 #include "kiv/Entity.h"
 #include "models/MplsLfib.h"
@@ -37,15 +38,16 @@ class LfibTrackingStatus : public Kiv::Entity {
   void viaSetKeyBacklogDel(const LfibViaSetKey& k) { viaSetKeyBacklog_.erase(k); }
   void viaSetKeyBacklogDelAll() { viaSetKeyBacklog_.clear(); }
   size_t viaSetKeyBacklogs() const { return viaSetKeyBacklog_.size(); }
-  const Kiv::HashSet<LfibViaSetKey>& viaSetKeyBacklogColl() const { return viaSetKeyBacklog_; }
+  const Kiv::DenseSet<LfibViaSetKey>& viaSetKeyBacklogColl() const { return viaSetKeyBacklog_; }
   mutable Kiv::Signal<LfibViaSetKey> onViaSetKeyBacklog;
 
-  KIV_SET(RouteKey, routeKeyBacklog)
+  // Every changed route until its consumer takes it: up to every route.
+  KIV_DENSE_SET(RouteKey, routeKeyBacklog)
   KIV_COLL(LfibViaSetKey, Kiv::Ptr<LfibViaSetKeyToRouteKeySet>, viaSetKeyToRouteKeySet,
            ViaSetKeyToRouteKeySet)
 
  private:
-  Kiv::HashSet<LfibViaSetKey> viaSetKeyBacklog_;
+  Kiv::DenseSet<LfibViaSetKey> viaSetKeyBacklog_;
 };
 
 class LfibTrackingSm : public Kiv::Entity {

@@ -87,4 +87,22 @@ TEST(FlatMap, agreesWithAReferenceMapInContentAndOrder) {
    EXPECT_EQ(Entries(m.begin(), m.end()), Entries(ref.begin(), ref.end()));
 }
 
+TEST(FlatSet, agreesWithAReferenceSetInMembershipAndOrder) {
+   Kiv::FlatSet<uint32_t> set;
+   std::set<uint32_t> ref;
+   std::mt19937_64 rng(21);
+   for (int i = 0; i < 20000; ++i) {
+      const uint32_t k = static_cast<uint32_t>(rng() % 40);
+      if (rng() % 3 == 0) {
+         EXPECT_EQ(set.erase(k), ref.erase(k) == 1);
+      } else {
+         EXPECT_EQ(set.insert(k), ref.insert(k).second);
+      }
+      ASSERT_EQ(set.contains(k), ref.contains(k));
+      ASSERT_EQ(set.size(), ref.size());
+   }
+   EXPECT_EQ(std::vector<uint32_t>(set.begin(), set.end()),
+             std::vector<uint32_t>(ref.begin(), ref.end()));
+}
+
 }  // namespace
