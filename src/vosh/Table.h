@@ -325,12 +325,12 @@ class Table final : public TableBase {
 
   void mark(uint32_t slot) const {
     if (slot >= marked_.size() || marked_[slot]) return;
-    marked_[slot] = 1;
+    marked_[slot] = true;
     changed_.push_back(slot);
   }
 
   void clearMarks() const {
-    for (uint32_t slot : changed_) marked_[slot] = 0;
+    for (uint32_t slot : changed_) marked_[slot] = false;
     changed_.clear();
   }
 
@@ -350,7 +350,7 @@ class Table final : public TableBase {
   void applyMarked() const {
     for (size_t i = 0; i < changed_.size(); ++i) {
       uint32_t slot = changed_[i];
-      marked_[slot] = 0;
+      marked_[slot] = false;
       applySlot(slot);
     }
     changed_.clear();
@@ -403,7 +403,7 @@ class Table final : public TableBase {
       if (seen_.used(s)) forgetSlot(s);
     }
     seen_.resize(slots);
-    marked_.resize(slots, 0);
+    marked_.resize(slots, false);
     changed_.clear();
     seenHigh_ = std::min(seenHigh_, slots);
   }
@@ -453,7 +453,8 @@ class Table final : public TableBase {
   mutable SeenSlots<K> seen_;
   mutable uint32_t seenHigh_ = 0;
   mutable uint64_t cursor_ = 0;
-  mutable std::vector<uint8_t> marked_;
+  // A bit per slot: one per route in the largest tables.
+  mutable std::vector<bool> marked_;
   mutable std::vector<uint32_t> changed_;
   mutable Kiv::KeySet<K> pending_;
   mutable bool syncing_ = false;
