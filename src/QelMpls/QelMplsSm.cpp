@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include "QelMpls/QelMplsInputStatusSm.h"
@@ -553,7 +554,8 @@ Kiv::Ptr<const CachedLFibMplsViaColl> MplsBaseSm::getSaneMplsIpLFibVias(
   auto vias = Kiv::make<CachedLFibMplsViaColl>();
   vias->usableAsPrimaryViasIs(viaSet.usableAsPrimaryVias());
   uint32_t tunnelVias = 0, plainVias = 0, nexthopGroupVias = 0;
-  const Mpls::LfibMplsVia* firstTunnelVia = nullptr;
+  // A copy: the collection's storage moves as vias are added to it.
+  std::optional<Mpls::LfibMplsVia> firstTunnelVia;
   for (uint32_t i = 0; i < viaSet.vias(); ++i) {
     Mpls::LfibViaIndexRange position(i);
     Mpls::LfibViaKey viaKey = viaSet.viaKey(position);
@@ -585,7 +587,7 @@ Kiv::Ptr<const CachedLFibMplsViaColl> MplsBaseSm::getSaneMplsIpLFibVias(
     }
     vias->viaIs(position, via);
     if (Bexo::DynamicTunnelIntfId::isDynamicTunnelIntfId(via.intf) && !firstTunnelVia) {
-      firstTunnelVia = vias->viaFind(i);
+      firstTunnelVia = via;
     }
   }
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "SwitchFixture.h"
 
 namespace QelTest {
@@ -34,6 +36,43 @@ TEST_F(L3Adjacencies, routesOfOneViaSetKeyShareOneAdjacencyAndKeysNeverShare) {
   EXPECT_EQ(published(100).adjacencyIndex, published(101).adjacencyIndex);
   EXPECT_NE(published(100).adjacencyIndex, published(102).adjacencyIndex);
   EXPECT_EQ(published(102).state, RouteState::routeStateProgrammed);
+}
+
+// The vias of a dynamic-tunnel via set must agree on their label action: one
+// that disagrees leaves the via set with no usable via at all.
+TEST_F(L3Adjacencies, dynamicTunnelViasOfOneViaSetMustShareTheirLabelAction) {
+  auto tunnelViaSetIs = [&](uint32_t id, Bexo::MplsLabelAction secondAction) {
+    Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeMplsIp, id));
+    for (uint32_t position = 0; position < 3; ++position) {
+      Mpls::LfibMplsVia via;
+      via.viaKey = Mpls::LfibViaKey(Mpls::viaTypeMplsIp, 900 + id * 10 + position);
+      via.labelOperation = Bexo::UnboundedMplsLabelOperation(
+          position == 0 ? Bexo::mplsActionSwap : secondAction,
+          Bexo::MplsLabelStack{Bexo::MplsLabel(300 + position)});
+      via.intf = Bexo::IntfId::fromString("DynamicTunnel" + std::to_string(position + 1));
+      via.nextHop = Bexo::IpGenAddr::fromString("10.0.0.2");
+      via.payloadType = Mpls::PayloadType::payloadMpls;
+      lfib->mplsViaIs(via);
+      set.viaKeyIs(Mpls::LfibViaIndexRange(position), via.viaKey);
+    }
+    lfib->viaSetIs(set);
+  };
+  tunnelViaSetIs(1, Bexo::mplsActionSwap);
+  tunnelViaSetIs(2, Bexo::mplsActionPop);
+  routeIs(100, 1);
+  routeIs(101, 2);
+  settle();
+  auto adjacencyOf = [&](uint32_t label) {
+    return state()->l3Adjacency(published(label).adjacencyIndex);
+  };
+  ASSERT_TRUE(adjacencyOf(100) && adjacencyOf(100)->cachedVias());
+  ASSERT_TRUE(adjacencyOf(101) && adjacencyOf(101)->cachedVias());
+  EXPECT_EQ(adjacencyOf(100)->lFibAdjType(), Qel::L3AdjLFibAdjType::adjTypeDynamicTunnel);
+  EXPECT_EQ(adjacencyOf(100)->cachedVias()->vias(), 3u);
+  EXPECT_EQ(adjacencyOf(101)->cachedVias()->vias(), 0u);
+  // Neither kind is programmable in the direct mode.
+  EXPECT_EQ(published(100).state, RouteState::routeStateUnprogrammed);
+  EXPECT_EQ(published(101).state, RouteState::routeStateUnprogrammed);
 }
 
 TEST_F(L3Adjacencies, aRouteMovedToAnotherViaSetLeavesItsOldAdjacencyBehind) {
