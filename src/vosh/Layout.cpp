@@ -32,12 +32,15 @@ std::string collectionProblem(const CollectionHeader& c, uint64_t mappedBytes) {
     default:
       return fmt::format("collection {}: unknown record kind", collectionName(c));
   }
-  if (c.slotBytes != slotBytesFor(recordShape(c)) || c.capacity > c.reservedSlots ||
-      c.reservedSlots > kMaxCapacity ||
-      !isPowerOfTwo(c.ringSize) || c.slotsOffset % 8 != 0 || c.ringOffset % 8 != 0) {
+  const RecordShape shape = recordShape(c);
+  if (c.slotBytes != slotBytesFor(shape) || c.inlineBytes != inlineBytesFor(shape) ||
+      c.overflowBytes != overflowBytesFor(shape) || c.capacity > c.reservedSlots ||
+      c.reservedSlots > kMaxCapacity || !isPowerOfTwo(c.ringSize) || c.slotsOffset % 8 != 0 ||
+      c.overflowOffset % 8 != 0 || c.ringOffset % 8 != 0) {
     return fmt::format("collection {}: inconsistent geometry", collectionName(c));
   }
   if (c.slotsOffset + uint64_t{c.reservedSlots} * c.slotBytes > mappedBytes ||
+      c.overflowOffset + uint64_t{c.reservedSlots} * c.overflowBytes > mappedBytes ||
       c.ringOffset + uint64_t{c.ringSize} * sizeof(uint32_t) > mappedBytes) {
     return fmt::format("collection {}: extends past the segment", collectionName(c));
   }
@@ -50,13 +53,32 @@ uint32_t slotRecordOffset(uint32_t keyBytes) {
   return kSlotHeaderBytes + static_cast<uint32_t>(alignUp(keyBytes, 8));
 }
 
-uint32_t slotBytesFor(const RecordShape& shape) {
-  if (shape.kind == RecordKind::untyped) return 0;
-  return slotRecordOffset(shape.keyBytes) + static_cast<uint32_t>(alignUp(shape.recordBytes, 8));
+uint32_t inlineBytesFor(const RecordShape& shape) {
+  // A fixed record is written whole every time: splitting it gains nothing.
+  if (shape.kind != RecordKind::serialized) return shape.recordBytes;
+  return std::min(shape.recordBytes, kInlineRecordBytes);
 }
 
+uint32_t overflowBytesFor(const RecordShape& shape) {
+  return static_cast<uint32_t>(alignUp(shape.recordBytes - inlineBytesFor(shape), 8));
+}
+
+uint32_t slotBytesFor(const RecordShape& shape) {
+  if (shape.kind == RecordKind::untyped) return 0;
+  return slotRecordOffset(shape.keyBytes) +
+         static_cast<uint32_t>(alignUp(inlineBytesFor(shape), 8));
+}
+
+namespace {
+
+uint64_t slotAndOverflowBytes(const RecordShape& shape) {
+  return uint64_t{slotBytesFor(shape)} + overflowBytesFor(shape);
+}
+
+}  // namespace
+
 uint32_t reservedSlotsFor(const CollectionSpec& wanted) {
-  const uint64_t slotBytes = slotBytesFor(wanted.shape);
+  const uint64_t slotBytes = slotAndOverflowBytes(wanted.shape);
   // An untyped collection has no slots yet; it keeps the request for when it
   // gets its shape.
   if (slotBytes == 0) return wanted.reservedSlots;
@@ -70,6 +92,7 @@ uint64_t segmentBytesFor(const std::vector<CollectionSpec>& specs) {
   for (const CollectionSpec& s : specs) {
     if (s.shape.kind == RecordKind::untyped) continue;
     bytes += alignUp(uint64_t{reservedSlotsFor(s)} * slotBytesFor(s.shape), kAlign);
+    bytes += alignUp(uint64_t{reservedSlotsFor(s)} * overflowBytesFor(s.shape), kAlign);
     bytes += alignUp(uint64_t{s.ringSize} * sizeof(uint32_t), kAlign);
   }
   return bytes;
@@ -90,6 +113,8 @@ void segmentFormat(std::byte* base, const std::vector<CollectionSpec>& specs, st
     c->kind = s.shape.kind;
     c->keyBytes = s.shape.keyBytes;
     c->recordBytes = s.shape.recordBytes;
+    c->inlineBytes = inlineBytesFor(s.shape);
+    c->overflowBytes = overflowBytesFor(s.shape);
     c->slotBytes = slotBytesFor(s.shape);
     c->capacity = s.capacity;
     c->ringSize = s.ringSize;
@@ -97,6 +122,8 @@ void segmentFormat(std::byte* base, const std::vector<CollectionSpec>& specs, st
     if (s.shape.kind != RecordKind::untyped) {
       c->slotsOffset = offset;
       offset += alignUp(uint64_t{c->reservedSlots} * c->slotBytes, kAlign);
+      c->overflowOffset = offset;
+      offset += alignUp(uint64_t{c->reservedSlots} * c->overflowBytes, kAlign);
       c->ringOffset = offset;
       offset += alignUp(uint64_t{s.ringSize} * sizeof(uint32_t), kAlign);
     }

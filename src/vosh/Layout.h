@@ -7,7 +7,15 @@
 //   CollectionHeader[collectionCount]  the directory, one entry per collection
 //   per typed collection:
 //     slots[reservedSlots]             each: seq u32, state u32, key, record
+//                                      (its first inlineBytes)
+//     overflow[reservedSlots]          the rest of each slot's record, if any
 //     ring[ringSize]                   u32 slot numbers, the change log
+//
+// A serialized record is mostly far shorter than the largest its type allows
+// (a layer-2 adjacency of two vias is 104 of 5648 bytes). Its slot holds the
+// first kInlineRecordBytes and its overflow cell the rest, so slots stay
+// small and many share a page: writing a record touches one page, not a
+// page of its own, and a reader's walk stays within a few.
 //
 // A collection's slot area is reserved beyond its capacity, so that it grows
 // in place, without a new generation, until the reservation is used up: the
@@ -27,7 +35,7 @@
 namespace Vosh {
 
 inline constexpr uint64_t kSegmentMagic = 0x314c4254534f4856ULL;
-inline constexpr uint32_t kLayoutVersion = 2;
+inline constexpr uint32_t kLayoutVersion = 3;
 inline constexpr size_t kPathBytes = 256;
 inline constexpr size_t kCollectionNameBytes = 64;
 inline constexpr uint32_t kDefaultChangeRingSize = 65536;
@@ -38,6 +46,9 @@ inline constexpr uint32_t kMaxCapacity = 1u << 30;
 inline constexpr uint32_t kDefaultReservedCapacity = 1u << 20;
 // No collection's reservation goes past this many bytes of slots.
 inline constexpr uint64_t kMaxReservedSlotBytes = uint64_t{1} << 30;
+// The record bytes a serialized collection's slot holds itself: a layer-2
+// adjacency of up to five vias, a via set of up to 27.
+inline constexpr uint32_t kInlineRecordBytes = 240;
 
 enum class RecordKind : uint32_t { untyped = 0, fixed = 1, serialized = 2 };
 
@@ -60,6 +71,9 @@ struct CollectionHeader {
   uint32_t keyBytes;
   // Fixed records: their size. Serialized records: the largest encoding.
   uint32_t recordBytes;
+  // Of a record, the bytes its slot holds; the rest is in its overflow cell.
+  uint32_t inlineBytes;
+  uint32_t overflowBytes;
   uint32_t slotBytes;
   // Slots in use may go up to here; the writer raises it in place, up to
   // reservedSlots.
@@ -71,13 +85,14 @@ struct CollectionHeader {
   // Slots the area has room for (untyped: the room asked for).
   uint32_t reservedSlots;
   uint64_t slotsOffset;
+  uint64_t overflowOffset;
   uint64_t ringOffset;
   // Changes ever logged; the ring holds the last ringSize of them.
   uint64_t writeCount;
 };
 
 static_assert(sizeof(SegmentHeader) == 296);
-static_assert(sizeof(CollectionHeader) == 120);
+static_assert(sizeof(CollectionHeader) == 136);
 
 // What a table's types say its records look like.
 struct RecordShape {
@@ -101,6 +116,8 @@ struct CollectionSpec {
 
 inline constexpr uint32_t kSlotHeaderBytes = 8;
 uint32_t slotRecordOffset(uint32_t keyBytes);
+uint32_t inlineBytesFor(const RecordShape& shape);
+uint32_t overflowBytesFor(const RecordShape& shape);
 uint32_t slotBytesFor(const RecordShape& shape);
 // The slots a collection laid out as described has room for.
 uint32_t reservedSlotsFor(const CollectionSpec& wanted);

@@ -72,18 +72,21 @@ const CollectionHeader* findCollection(const std::byte* base, std::string_view n
   return nullptr;
 }
 
-// Serialized records are mostly far shorter than their slots (a layer-2
-// adjacency of two vias uses 104 of 5648 bytes): copying only what each slot
-// uses keeps the untouched rest of the new segment unallocated, and growing
-// another collection of the same segment from costing the whole slot area.
-void copySerializedSlots(const std::byte* from, const CollectionHeader& header, std::byte* to,
-                         uint32_t slots) {
-  const SlotGeometry g = slotGeometry(header);
+// Only what each slot uses is copied: the untouched rest of the new segment
+// stays unallocated, and growing another collection of the same segment does
+// not cost a collection's whole slot area.
+void copySerializedSlots(const std::byte* fromBase, const CollectionHeader& from, std::byte* toBase,
+                         const CollectionHeader& to, uint32_t slots) {
+  const SlotGeometry g = slotGeometry(from);
   for (uint32_t i = 0; i < slots; ++i) {
-    const std::byte* src = from + uint64_t{i} * header.slotBytes;
-    std::byte* dst = to + uint64_t{i} * header.slotBytes;
-    const uint32_t length = std::min(*slotStateWord(src) & kSlotLengthMask, header.recordBytes);
-    std::memcpy(dst, src, g.recordOffset + length);
+    const std::byte* src = fromBase + from.slotsOffset + uint64_t{i} * from.slotBytes;
+    std::byte* dst = toBase + to.slotsOffset + uint64_t{i} * to.slotBytes;
+    const uint32_t length = std::min(*slotStateWord(src) & kSlotLengthMask, from.recordBytes);
+    std::memcpy(dst, src, g.recordOffset + std::min(length, g.inlineBytes));
+    if (length <= g.inlineBytes) continue;
+    std::memcpy(toBase + to.overflowOffset + uint64_t{i} * to.overflowBytes,
+                fromBase + from.overflowOffset + uint64_t{i} * from.overflowBytes,
+                length - g.inlineBytes);
   }
 }
 
@@ -95,7 +98,7 @@ void copyCollection(const std::byte* fromBase, const CollectionHeader& from, std
   uint32_t highWater = std::min(from.highWater, from.capacity);
   KIV_ASSERT(highWater <= to.capacity);
   if (from.kind == RecordKind::serialized) {
-    copySerializedSlots(fromBase + from.slotsOffset, from, toBase + to.slotsOffset, highWater);
+    copySerializedSlots(fromBase, from, toBase, to, highWater);
   } else {
     std::memcpy(toBase + to.slotsOffset, fromBase + from.slotsOffset,
                 uint64_t{highWater} * from.slotBytes);

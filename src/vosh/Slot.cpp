@@ -19,17 +19,14 @@ constexpr double kStuckSeconds = 0.02;
 // on it for ever.
 constexpr double kBusySeconds = 1.0;
 
-bool copyOnce(const std::byte* slot, const SlotGeometry& g, void* keyOut, std::byte* recordOut,
-              uint32_t& before, SlotImage& image) {
+bool copyOnce(const std::byte* slot, const std::byte* overflow, const SlotGeometry& g, void* keyOut,
+              std::byte* recordOut, uint32_t& before, SlotImage& image) {
   const uint32_t* seq = slotSeqWord(slot);
   before = loadAcquire(seq);
   if (before & 1u) return false;
   uint32_t state = loadRelaxed(slotStateWord(slot));
   std::memcpy(keyOut, slot + kSlotHeaderBytes, g.keyBytes);
-  if (recordOut) {
-    uint32_t length = state & kSlotLengthMask;
-    std::memcpy(recordOut, slot + g.recordOffset, length < g.recordBytes ? length : g.recordBytes);
-  }
+  if (recordOut) recordLoad(slot, overflow, g, recordOut, state & kSlotLengthMask);
   fenceAcquire();
   if (loadRelaxed(seq) != before) return false;
   image = SlotImage{before, state};
@@ -39,22 +36,22 @@ bool copyOnce(const std::byte* slot, const SlotGeometry& g, void* keyOut, std::b
 }  // namespace
 
 SlotGeometry slotGeometry(const CollectionHeader& header) {
-  return SlotGeometry{header.slotBytes, header.keyBytes, slotRecordOffset(header.keyBytes),
-                      header.recordBytes};
+  return SlotGeometry{header.slotBytes,   header.keyBytes,    slotRecordOffset(header.keyBytes),
+                      header.recordBytes, header.inlineBytes, header.overflowBytes};
 }
 
-bool slotReadRetrying(const std::byte* slot, const SlotGeometry& g, void* keyOut,
-                      std::byte* recordOut, SlotImage& image) {
+bool slotReadRetrying(const std::byte* slot, const std::byte* overflow, const SlotGeometry& g,
+                      void* keyOut, std::byte* recordOut, SlotImage& image) {
   uint32_t seen = 0;
   for (int attempt = 0; attempt < kSpinTries; ++attempt) {
-    if (copyOnce(slot, g, keyOut, recordOut, seen, image)) return true;
+    if (copyOnce(slot, overflow, g, keyOut, recordOut, seen, image)) return true;
   }
   double start = Kiv::monotonicSeconds();
   double lastProgress = start;
   uint32_t lastSeen = seen;
   for (;;) {
     sched_yield();
-    if (copyOnce(slot, g, keyOut, recordOut, seen, image)) return true;
+    if (copyOnce(slot, overflow, g, keyOut, recordOut, seen, image)) return true;
     double now = Kiv::monotonicSeconds();
     if (seen != lastSeen) {
       lastSeen = seen;

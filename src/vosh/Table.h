@@ -111,7 +111,7 @@ class Table final : public TableBase {
       slot = takeSlot();
       index_.insert(key, slot);
     }
-    slotWrite(slotAt(slot), geometry(), &key, bytes, length);
+    slotWrite(slotAt(slot), overflowAt(slot), geometry(), &key, bytes, length);
     publishChange(slot);
   }
 
@@ -200,8 +200,8 @@ class Table final : public TableBase {
   bool holds(uint32_t slot, const R& record, const std::byte* bytes, uint32_t length) const {
     const std::byte* s = slotAt(slot);
     if (loadRelaxed(slotStateWord(s)) != (kSlotUsed | length)) return false;
-    const std::byte* stored = s + geometry().recordOffset;
     if constexpr (Codec::kKind == RecordKind::fixed && std::equality_comparable<R>) {
+      const std::byte* stored = s + geometry().recordOffset;
       // A record's padding holds whatever its maker's stack held, so equal
       // records need not have equal bytes; rewriting one would wake every
       // reader for nothing, and readers that answer with writes of their
@@ -210,7 +210,7 @@ class Table final : public TableBase {
       std::memcpy(static_cast<void*>(&current), stored, sizeof(R));
       return current == record;
     } else {
-      return std::memcmp(stored, bytes, length) == 0;
+      return recordEquals(s, overflowAt(slot), geometry(), bytes, length);
     }
   }
 
@@ -246,7 +246,9 @@ class Table final : public TableBase {
       K stored{};
       SlotImage image;
       std::byte* buffer = out ? Codec::readBuffer(*out, scratch_.data()) : nullptr;
-      if (!slotRead(slotAt(*slot), geometry(), &stored, buffer, image)) return Read::corrupt;
+      if (!slotRead(slotAt(*slot), overflowAt(*slot), geometry(), &stored, buffer, image)) {
+        return Read::corrupt;
+      }
       if (image.used() && stored == key) {
         if (out && !Codec::decode(buffer, image.length(), *out)) return Read::corrupt;
         return Read::ok;
@@ -274,7 +276,7 @@ class Table final : public TableBase {
     for (uint32_t s = from, end = highWater(); s < end; ++s) {
       SlotImage image;
       std::byte* buffer = Codec::readBuffer(entry.record, scratch_.data());
-      if (!slotRead(slotAt(s), geometry(), &entry.key, buffer, image)) {
+      if (!slotRead(slotAt(s), overflowAt(s), geometry(), &entry.key, buffer, image)) {
         report(entry.key);
         continue;
       }
@@ -359,7 +361,7 @@ class Table final : public TableBase {
   void applySlot(uint32_t s) const {
     K key{};
     SlotImage image;
-    bool stable = slotRead(slotAt(s), geometry(), &key, nullptr, image);
+    bool stable = slotRead(slotAt(s), overflowAt(s), geometry(), &key, nullptr, image);
     if (image.seq == seen_.seq(s)) return;
     if (stable && image.used() && seen_.used(s) && seen_.key(s) == key) {
       // Rewritten in place: the index already says where the key is.

@@ -40,11 +40,13 @@ bool TableBase::bind() {
     bound_ = false;
     header_ = nullptr;
     slots_ = nullptr;
+    overflows_ = nullptr;
     ring_ = ChangeRing();
     return false;
   }
   header_ = h;
   slots_ = mount_->base() + h->slotsOffset;
+  overflows_ = mount_->base() + h->overflowOffset;
   geometry_ = slotGeometry(*h);
   ring_ = ChangeRing(h, reinterpret_cast<uint32_t*>(mount_->base() + h->ringOffset));
   bound_ = true;

@@ -63,6 +63,9 @@ class TableBase : public Kiv::RefCounted {
   std::byte* slotAt(uint32_t slot) const noexcept {
     return slots_ + size_t{slot} * geometry_.slotBytes;
   }
+  std::byte* overflowAt(uint32_t slot) const noexcept {
+    return overflows_ + size_t{slot} * geometry_.overflowBytes;
+  }
   uint32_t highWater() const noexcept {
     return std::min(loadAcquire(&header_->highWater), loadAcquire(&header_->capacity));
   }
@@ -98,6 +101,7 @@ class TableBase : public Kiv::RefCounted {
   bool bound_ = false;
   CollectionHeader* header_ = nullptr;
   std::byte* slots_ = nullptr;
+  std::byte* overflows_ = nullptr;
   SlotGeometry geometry_;
   ChangeRing ring_;
   Kiv::Ptr<ChangeChannel> channel_;

@@ -80,7 +80,8 @@ TEST_F(GrowthTest, serializedRecordsOfEveryLengthSurviveAnotherCollectionsGrowth
   writer->mountWriter("hw/mixed", {unreserved("route", 16), unreserved("hops", 16)});
   auto routes = writer->table<uint64_t, Route>("hw/mixed", "route");
   auto hops = writer->table<uint64_t, HopList>("hw/mixed", "hops");
-  for (uint64_t k = 0; k < 12; ++k) hops->set(k, hopsFor(k));
+  const uint64_t keys = HopList::kMaxHops;
+  for (uint64_t k = 0; k < keys; ++k) hops->set(k, hopsFor(k));
   hops->set(3, HopList{});
   hops->del(5);
   auto readerManager = manager();
@@ -93,17 +94,17 @@ TEST_F(GrowthTest, serializedRecordsOfEveryLengthSurviveAnotherCollectionsGrowth
   ASSERT_NE(writer->segmentName("hw/mixed"), segment) << "copied into new generations";
 
   for (auto* table : {hops.get(), reader.get()}) {
-    EXPECT_EQ(table->size(), 11u);
+    EXPECT_EQ(table->size(), keys - 1);
     EXPECT_EQ(table->lookup(3), HopList{});
     EXPECT_FALSE(table->lookup(5).count);
-    for (uint64_t k = 0; k < 12; ++k) {
+    for (uint64_t k = 0; k < keys; ++k) {
       if (k == 3 || k == 5) continue;
       EXPECT_EQ(table->lookup(k), hopsFor(k)) << "key " << k;
     }
   }
-  hops->set(20, hopsFor(20));
+  hops->set(keys, hopsFor(keys - 1));
   scheduler_.runUntilIdle();
-  EXPECT_EQ(reader->lookup(20), hopsFor(20));
+  EXPECT_EQ(reader->lookup(keys), hopsFor(keys - 1));
 }
 
 TEST_F(GrowthTest, onlyTheNewestGenerationKeepsAName) {

@@ -12,7 +12,6 @@ namespace VoshTest {
 namespace {
 
 using RouteTable = Vosh::Table<uint64_t, Route>;
-using HopTable = Vosh::Table<uint64_t, HopList>;
 
 class TableTest : public VoshFixture {
  protected:
@@ -134,11 +133,28 @@ TEST_F(TableTest, serializedRecordsRoundTripAtEverySize) {
     EXPECT_EQ(hops->lookup(k), hopsFor(k));
     EXPECT_EQ(readerHops->lookup(k), hopsFor(k));
   }
+  const uint64_t longest = HopList::kMaxHops - 1;
+  ASSERT_GT(4 + 8 * hopsFor(longest).count, Vosh::kInlineRecordBytes) << "reaches the overflow";
+
+  std::vector<uint64_t> notified;
+  auto c = record(readerHops, notified);
+  hops->set(longest, hopsFor(longest));
+  scheduler_.runUntilIdle();
+  EXPECT_TRUE(notified.empty()) << "an equal record is not written again";
+  HopList differsInOverflow = hopsFor(longest);
+  differsInOverflow.hops[HopList::kMaxHops - 1] = 5;
+  hops->set(longest, differsInOverflow);
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(notified, std::vector<uint64_t>{longest});
+  EXPECT_EQ(readerHops->lookup(longest), differsInOverflow);
+
   HopList shorter;
   shorter.count = 1;
   shorter.hops[0] = 77;
-  hops->set(7, shorter);
-  EXPECT_EQ(readerHops->lookup(7), shorter);
+  hops->set(longest, shorter);
+  EXPECT_EQ(readerHops->lookup(longest), shorter);
+  hops->set(longest, hopsFor(longest));
+  EXPECT_EQ(readerHops->lookup(longest), hopsFor(longest));
 }
 
 TEST_F(TableTest, aCorruptSerializedRecordGoesToTheHandlerAndReadsEmpty) {

@@ -46,8 +46,9 @@ inline bool isUniform(const Route& r) {
 
 // A serialized record: a count and that many hops. A count above kMaxHops
 // serializes as written and reads back corrupt, as a damaged record would.
+// Long lists do not fit in a slot and continue in its overflow cell.
 struct HopList {
-  static constexpr uint32_t kMaxHops = 8;
+  static constexpr uint32_t kMaxHops = 40;
   static constexpr size_t kMaxSerializedSize = 4 + 8 * kMaxHops;
 
   uint32_t count = 0;
