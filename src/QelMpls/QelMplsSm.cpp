@@ -842,10 +842,15 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
     KIV_ASSERT_TEXT(via.nextHop.af() == Bexo::ipv4() || via.nextHop.af() == Bexo::ipv6(),
                     "via.nextHop().af() == Bexo::ipv4() || via.nextHop().af() == Bexo::ipv6()");
     IpAddrIntfId nextHopKey(via.nextHop, via.intf);
-    if (resolveNextHopWithMNHSM(via, viaIndex, hwAdjacency.get(), adjacency, l2ViaSet)) {
+    // A next hop the adjacency kept from its last review is still registered
+    // for it and still asked for proactively: a review mostly finds the same
+    // next hops, and each registration is a lookup in a set of hundreds.
+    const bool registered = adjacency->nextHopHas(nextHopKey);
+    if (resolveNextHopWithMNHSM(via, viaIndex, hwAdjacency.get(), adjacency, l2ViaSet,
+                                registered)) {
       if (trace_.on(kTraceDetail)) resolved += nextHopKey.stringValue() + " ";
     }
-    mplsState()->mplsNextHopIs(nextHopKey)->resolvedByMNHIs(adjacency->index());
+    if (!registered) mplsState()->mplsNextHopIs(nextHopKey)->resolvedByMNHIs(adjacency->index());
     nextHops.push_back(nextHopKey);
   }
   if (resolved.empty()) {
@@ -857,8 +862,13 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
   releaseDroppedDependencies(adjacency, previousNextHops, previousHostKeys);
 
   Kiv::Ptr<MplsL2Adjacency> previous = adjacency->l2Adjacency();
-  Kiv::Ptr<MplsL2Adjacency> l2 =
-      l2ViaSet.empty() ? nullptr : l2AdjacencyForViaSet(l2ViaSet, adjacency);
+  Kiv::Ptr<MplsL2Adjacency> l2;
+  if (previous && previous->l2ViaSet() == l2ViaSet) {
+    // Already among its layer-3 adjacencies, and the owner of its via set.
+    l2 = previous;
+  } else if (!l2ViaSet.empty()) {
+    l2 = l2AdjacencyForViaSet(l2ViaSet, adjacency);
+  }
   adjacency->l2AdjacencyIs(l2);
   hwAdjacency->l2AdjacencyIs(l2 ? l2->index() : 0);
   if (l2) {
@@ -971,11 +981,11 @@ void MplsBaseSm::cleanL3Adj(L3Adjacency*) {}
 bool MplsBaseSm::resolveNextHopWithMNHSM(const Mpls::LfibMplsVia& via, uint32_t viaIndex,
                                          Mpls::Hardware::Adjacency* hwAdjacency,
                                          L3Adjacency* adjacency,
-                                         Mpls::Hardware::L2ViaSet& l2ViaSet) {
+                                         Mpls::Hardware::L2ViaSet& l2ViaSet, bool requested) {
   PELLET_TRACE(trace_, kTraceDetail, "resolve nexthop with proactiveArpNhSm nexthop {} {}",
                via.nextHop, via.intf);
   PELLET_TRACE(trace_, kTraceDetail, "add entry ({}, {})", via.nextHop, via.intf);
-  proactiveArpNhSm()->addEntry(via.nextHop, via.intf);
+  if (!requested) proactiveArpNhSm()->addEntry(via.nextHop, via.intf);
   Bexo::MplsLabel label = singleMplsLabelFromVia(via);
 
   Arp::Table::ArpEntry arp = in_.arpVosh->arpEntry(Arp::Table::ArpKey(via.nextHop, via.intf));

@@ -253,9 +253,10 @@ class MplsBaseSm : public Kiv::Entity {
   // Layer-2 adjacencies and next-hop resolution.
   // Returns false when the next hop does not resolve yet; its proactive-ARP
   // request stays, so that the ARP answer re-reviews the adjacency.
+  // `requested`: the request is there already, made for this adjacency.
   bool resolveNextHopWithMNHSM(const Mpls::LfibMplsVia& via, uint32_t viaIndex,
                                Mpls::Hardware::Adjacency* hwAdjacency, L3Adjacency* adjacency,
-                               Mpls::Hardware::L2ViaSet& l2ViaSet);
+                               Mpls::Hardware::L2ViaSet& l2ViaSet, bool requested);
   Kiv::Ptr<MplsL2Adjacency> newL2Adjacency();
   void progHwL2Adj(MplsL2Adjacency* l2Adjacency);
   void progHwL2AdjLegacy(Mpls::Hardware::L2Adjacency* hwL2Adjacency);
