@@ -5,10 +5,10 @@
 #include <optional>
 #include <vector>
 
-#include "QelMpls/QelMplsInputStatusSm.h"
-#include "QelMpls/QelMplsVoshTables.h"
 #include "Qel/FeatureToggle.h"
 #include "Qel/QelBaseHelper.h"
+#include "QelMpls/QelMplsInputStatusSm.h"
+#include "QelMpls/QelMplsVoshTables.h"
 #include "kiv/Assert.h"
 #include "models/Arp.h"
 #include "models/FecRequest.h"
@@ -236,7 +236,8 @@ void MplsBaseSm::startProcessing() {
                   "lfibInfo() && localLfibInfo() && transitLfib() && mplsRoutingInfo() && ( "
                   "mplsHwConfig() || mplsHwCollectionConfig() )");
   KIV_ASSERT_TEXT(in_.proactiveArpNhSm, "proactiveArpNhSm()");
-  KIV_ASSERT_TEXT(mplsSmStartupStatus() != mplsSmUnknown, "mplsSmStartupStatus() != mplsSmUnknown()");
+  KIV_ASSERT_TEXT(mplsSmStartupStatus() != mplsSmUnknown,
+                  "mplsSmStartupStatus() != mplsSmUnknown()");
 
   if (!kivModels()) {
     mplsHwConfig()->l2AdjacencyDelAll();
@@ -296,9 +297,10 @@ void MplsBaseSm::maybeTransitionToWaitingForSync() {
     handleSyncDone();
     return;
   }
-  PELLET_TRACE(trace_, kTraceDetail,
-               "Not moving to waitingForSync stage - mplsSmStartupStatus: {}, inputLfibQuiesced: {}",
-               mplsSmStartupStatus(), inputLfibQuiesced());
+  PELLET_TRACE(
+      trace_, kTraceDetail,
+      "Not moving to waitingForSync stage - mplsSmStartupStatus: {}, inputLfibQuiesced: {}",
+      mplsSmStartupStatus(), inputLfibQuiesced());
 }
 
 void MplsBaseSm::handleSyncDone() {
@@ -872,9 +874,9 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
   adjacency->l2AdjacencyIs(l2);
   hwAdjacency->l2AdjacencyIs(l2 ? l2->index() : 0);
   if (l2) {
-    PELLET_TRACE(trace_, kTraceAdj, "l3 adj {}LFib adj index {} -> l2 adj {} adj type {} via size {}",
-                 adjacency->index(), viaSet.key().index, l2->index(), lFibAdjType,
-                 l2ViaSet.size());
+    PELLET_TRACE(trace_, kTraceAdj,
+                 "l3 adj {}LFib adj index {} -> l2 adj {} adj type {} via size {}",
+                 adjacency->index(), viaSet.key().index, l2->index(), lFibAdjType, l2ViaSet.size());
   }
   if (previous && previous != l2) {
     previous->l3AdjacencyDel(adjacency->index());
@@ -921,8 +923,8 @@ void MplsBaseSm::releaseDroppedDependencies(L3Adjacency* adjacency,
   }
 }
 
-Kiv::Ptr<MplsL2Adjacency> MplsBaseSm::l2AdjacencyForViaSet(
-    const Mpls::Hardware::L2ViaSet& l2ViaSet, L3Adjacency* adjacency) {
+Kiv::Ptr<MplsL2Adjacency> MplsBaseSm::l2AdjacencyForViaSet(const Mpls::Hardware::L2ViaSet& l2ViaSet,
+                                                           L3Adjacency* adjacency) {
   if (const L2AdjIndex* existing = viaSetToHwL2AdjFind(l2ViaSet)) {
     Kiv::Ptr<MplsL2Adjacency> l2 = mplsState()->l2Adjacency(*existing);
     l2->l3AdjacencyIs(adjacency->index());
@@ -980,8 +982,8 @@ void MplsBaseSm::cleanL3Adj(L3Adjacency*) {}
 
 bool MplsBaseSm::resolveNextHopWithMNHSM(const Mpls::LfibMplsVia& via, uint32_t viaIndex,
                                          Mpls::Hardware::Adjacency* hwAdjacency,
-                                         L3Adjacency* adjacency,
-                                         Mpls::Hardware::L2ViaSet& l2ViaSet, bool requested) {
+                                         L3Adjacency* adjacency, Mpls::Hardware::L2ViaSet& l2ViaSet,
+                                         bool requested) {
   PELLET_TRACE(trace_, kTraceDetail, "resolve nexthop with proactiveArpNhSm nexthop {} {}",
                via.nextHop, via.intf);
   PELLET_TRACE(trace_, kTraceDetail, "add entry ({}, {})", via.nextHop, via.intf);
@@ -1011,8 +1013,8 @@ bool MplsBaseSm::resolveNextHopWithMNHSM(const Mpls::LfibMplsVia& via, uint32_t 
     egress = host.intf;
   }
   hwAdjacency->viaIs(viaIndex, via);
-  l2ViaSet.l2ViaIs(Mpls::Hardware::L2Via(egress, arp.mac, l3Id.vlanId, label, via.weight,
-                                         via.nextHop));
+  l2ViaSet.l2ViaIs(
+      Mpls::Hardware::L2Via(egress, arp.mac, l3Id.vlanId, label, via.weight, via.nextHop));
   PELLET_TRACE(trace_, kTraceDetail,
                "nexthop resolved: nexthop {} macAddr {} vlanId {} l3Intf {} weight {} nVias {}",
                via.nextHop, arp.mac, l3Id.vlanId, via.intf, via.weight, l2ViaSet.size());
@@ -1061,8 +1063,7 @@ void MplsBaseSm::processL2Adj(L2AdjIndex index) {
   Kiv::Ptr<MplsL2Adjacency> l2 = mplsState()->l2Adjacency(index);
   if (!l2) return;
   if (l2->l3Adjacencys() == 0) {
-    if (const L2AdjIndex* owner = viaSetToHwL2AdjFind(l2->l2ViaSet());
-        owner && *owner == index) {
+    if (const L2AdjIndex* owner = viaSetToHwL2AdjFind(l2->l2ViaSet()); owner && *owner == index) {
       viaSetToHwL2AdjDel(l2->l2ViaSet());
     }
     maybeDeleteL2Adj(index);
@@ -1185,7 +1186,8 @@ void MplsBaseSm::handleUnprogrammedAdj(Mpls::Hardware::L2Adjacency* hwL2Adjacenc
       mplsState()->unprogrammedL2AdjIs(index);
       mplsState()->numUnprogrammedAdjInc();
     }
-    PELLET_TRACE(trace_, kTraceDetail, "unprogrammedRetryIntervalIs {}", unprogrammedRetryInterval());
+    PELLET_TRACE(trace_, kTraceDetail, "unprogrammedRetryIntervalIs {}",
+                 unprogrammedRetryInterval());
     rescheduleUnprogrammedTask();
   } else if (wasUnprogrammed) {
     mplsState()->unprogrammedL2AdjDel(index);
@@ -1284,16 +1286,15 @@ void MplsBaseSm::runReviewTask() {
 
   PELLET_TRACE(trace_, kTraceDetail, "review l3 adj");
   uint64_t before = done;
-  yielded = drain(s->l3AdjForReviewColl(), [this](L3AdjIndex i) { processL3Adj(i); }, done);
+  yielded = drain(
+      s->l3AdjForReviewColl(), [this](L3AdjIndex i) { processL3Adj(i); }, done);
   s->l3AdjReviewedInc(done - before);
 
   if (!yielded) {
     PELLET_TRACE(trace_, kTraceDetail, "review routeKey");
     before = done;
     yielded = drain(
-        s->routeKeyForReviewColl(),
-        [this](const Mpls::RouteKey& k) { processRouteKey(k); },
-        done);
+        s->routeKeyForReviewColl(), [this](const Mpls::RouteKey& k) { processRouteKey(k); }, done);
     s->routeKeyReviewedInc(done - before);
   }
 
@@ -1302,7 +1303,8 @@ void MplsBaseSm::runReviewTask() {
   if (!yielded) {
     PELLET_TRACE(trace_, kTraceDetail, "review l2 adj");
     before = done;
-    yielded = drain(s->l2AdjForReviewColl(), [this](L2AdjIndex i) { processL2Adj(i); }, done);
+    yielded = drain(
+        s->l2AdjForReviewColl(), [this](L2AdjIndex i) { processL2Adj(i); }, done);
     s->l2AdjReviewedInc(done - before);
   }
 

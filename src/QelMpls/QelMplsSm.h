@@ -53,11 +53,11 @@
 #include <vector>
 
 #include "QelMpls/QelMplsState.h"
-#include "models/Arp.h"
-#include "models/Bridging.h"
 #include "QelMpls/QelMplsVoshTypes.h"
 #include "kiv/Clock.h"
 #include "kiv/Entity.h"
+#include "models/Arp.h"
+#include "models/Bridging.h"
 #include "pellet/Trace.h"
 #include "plin/AttrLogSm.h"
 #include "plin/TaskScheduler.h"
@@ -228,8 +228,7 @@ class MplsBaseSm : public Kiv::Entity {
   void handleLFibViaSet(const Mpls::LfibViaSetKey& viaSetKey);
   bool routeSupported(const Mpls::LfibRoute& route) const;
   bool isLFibViaSetSane(const Mpls::LfibViaSet& viaSet) const;
-  Kiv::Ptr<const CachedLFibMplsViaColl> getSaneMplsIpLFibVias(
-      const Mpls::LfibViaSet& viaSet) const;
+  Kiv::Ptr<const CachedLFibMplsViaColl> getSaneMplsIpLFibVias(const Mpls::LfibViaSet& viaSet) const;
   static Bexo::MplsLabel singleMplsLabelFromVia(const Mpls::LfibMplsVia& via);
   bool hasNHGAdj(const CachedLFibMplsViaColl* vias) const;
   bool hasDynamicTunnelAdj(const CachedLFibMplsViaColl* vias) const;
@@ -240,8 +239,7 @@ class MplsBaseSm : public Kiv::Entity {
   void processL3Adj(L3AdjIndex index);
   void deleteL3Adj(L3AdjIndex index);
   void deleteL3AdjRefs(L3Adjacency* adjacency);
-  bool validateMplsIpL3Adj(const Mpls::LfibViaSet& viaSet,
-                           const CachedLFibMplsViaColl* vias) const;
+  bool validateMplsIpL3Adj(const Mpls::LfibViaSet& viaSet, const CachedLFibMplsViaColl* vias) const;
   void setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency, const Mpls::LfibViaSet& viaSet,
                                       const ProgrammableMplsFecVias& programmableVias,
                                       L3AdjLFibAdjType lFibAdjType);

@@ -23,6 +23,10 @@ class L3Adjacencies : public SwitchFixture {
   }
 
   size_t proactiveRequests() const { return root->proactiveArpNexthop()->requests(); }
+  bool requested(const std::string& ip, const std::string& intf) const {
+    return root->proactiveArpNexthop()->requestHas(
+        Arp::Table::ArpKey(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf)));
+  }
 };
 
 TEST_F(L3Adjacencies, routesOfOneViaSetKeyShareOneAdjacencyAndKeysNeverShare) {
@@ -46,9 +50,9 @@ TEST_F(L3Adjacencies, dynamicTunnelViasOfOneViaSetMustShareTheirLabelAction) {
     for (uint32_t position = 0; position < 3; ++position) {
       Mpls::LfibMplsVia via;
       via.viaKey = Mpls::LfibViaKey(Mpls::viaTypeMplsIp, 900 + id * 10 + position);
-      via.labelOperation = Bexo::UnboundedMplsLabelOperation(
-          position == 0 ? Bexo::mplsActionSwap : secondAction,
-          Bexo::MplsLabelStack{Bexo::MplsLabel(300 + position)});
+      via.labelOperation =
+          Bexo::UnboundedMplsLabelOperation(position == 0 ? Bexo::mplsActionSwap : secondAction,
+                                            Bexo::MplsLabelStack{Bexo::MplsLabel(300 + position)});
       via.intf = Bexo::IntfId::fromString("DynamicTunnel" + std::to_string(position + 1));
       via.nextHop = Bexo::IpGenAddr::fromString("10.0.0.2");
       via.payloadType = Mpls::PayloadType::payloadMpls;
@@ -115,6 +119,36 @@ TEST_F(L3Adjacencies, aNextHopStaysWhileAnotherAdjacencyUsesIt) {
   EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
 
   routeDel(101);
+  settle();
+  expectNoRouteResourcesLeft();
+}
+
+TEST_F(L3Adjacencies, aViaSetChangedInPlaceKeepsWhatItStillUsesAndGivesUpTheRest) {
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.1.2", "Ethernet2", 300}});
+  routeIs(100, 1);
+  settle();
+  uint64_t adjacency = published(100).adjacencyIndex;
+  uint64_t firstRecord = hwRoute(100).l2AdjId();
+
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.2.2", "Vlan100", 210}});
+  settle();
+  ASSERT_EQ(published(100).adjacencyIndex, adjacency) << "the same adjacency, reviewed again";
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_NE(hwRoute(100).l2AdjId(), firstRecord);
+  EXPECT_TRUE(requested("10.0.0.2", "Ethernet1"));
+  EXPECT_FALSE(requested("10.0.1.2", "Ethernet2"));
+  EXPECT_TRUE(requested("10.0.2.2", "Vlan100"));
+  EXPECT_EQ(state()->mplsNextHops(), 2u);
+
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.1.2", "Ethernet2", 300}});
+  settle();
+  EXPECT_TRUE(requested("10.0.1.2", "Ethernet2")) << "asked for again when it comes back";
+  EXPECT_FALSE(requested("10.0.2.2", "Vlan100"));
+  EXPECT_EQ(proactiveRequests(), 2u);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(hwL2Adjacencies(), 1u) << "the record of the second via set is gone";
+
+  routeDel(100);
   settle();
   expectNoRouteResourcesLeft();
 }
