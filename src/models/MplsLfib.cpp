@@ -30,15 +30,20 @@ std::string LfibRoute::stringValue() const {
 }
 
 LfibViaKey LfibViaSet::viaKey(LfibViaIndexRange index) const {
-  return index.value() < count_ ? viaKeys_[index.value()] : LfibViaKey();
+  LfibViaKey key;
+  if (index.value() < count_) {
+    std::memcpy(&key, viaKeyBytes_.data() + index.value() * sizeof key, sizeof key);
+  }
+  return key;
 }
 
 void LfibViaSet::viaKeyIs(LfibViaIndexRange index, const LfibViaKey& key) {
-  if (index.value() >= count_) {
-    std::fill(viaKeys_.begin() + count_, viaKeys_.begin() + index.value(), LfibViaKey());
-    count_ = index.value() + 1;
+  const LfibViaKey empty;
+  for (uint32_t i = count_; i < index.value(); ++i) {
+    std::memcpy(viaKeyBytes_.data() + i * sizeof empty, &empty, sizeof empty);
   }
-  viaKeys_[index.value()] = key;
+  count_ = std::max(count_, index.value() + 1);
+  std::memcpy(viaKeyBytes_.data() + index.value() * sizeof key, &key, sizeof key);
 }
 
 bool operator==(const LfibViaSet& a, const LfibViaSet& b) {
@@ -46,8 +51,9 @@ bool operator==(const LfibViaSet& a, const LfibViaSet& b) {
       a.usableAsPrimaryVias_ != b.usableAsPrimaryVias_) {
     return false;
   }
-  for (uint32_t i = 0; i < a.count_; ++i)
-    if (!(a.viaKeys_[i] == b.viaKeys_[i])) return false;
+  for (uint32_t i = 0; i < a.count_; ++i) {
+    if (!(a.viaKey(LfibViaIndexRange(i)) == b.viaKey(LfibViaIndexRange(i)))) return false;
+  }
   return true;
 }
 
@@ -65,7 +71,7 @@ static_assert(sizeof(LfibViaKey) == 8);
 size_t LfibViaSet::serialize(std::byte* out) const {
   ViaSetHeader h{key_, backup_, count_, usableAsPrimaryVias_ ? 1u : 0u};
   std::memcpy(out, &h, sizeof h);
-  std::memcpy(out + sizeof h, viaKeys_.data(), count_ * sizeof(LfibViaKey));
+  std::memcpy(out + sizeof h, viaKeyBytes_.data(), count_ * sizeof(LfibViaKey));
   return sizeof h + count_ * sizeof(LfibViaKey);
 }
 
@@ -80,7 +86,7 @@ bool LfibViaSet::deserialize(const std::byte* in, size_t len, LfibViaSet& out) {
   out.backup_ = h.backup;
   out.count_ = h.count;
   out.usableAsPrimaryVias_ = h.usableAsPrimary != 0;
-  std::memcpy(out.viaKeys_.data(), in + sizeof h, h.count * sizeof(LfibViaKey));
+  std::memcpy(out.viaKeyBytes_.data(), in + sizeof h, h.count * sizeof(LfibViaKey));
   return true;
 }
 
@@ -88,15 +94,14 @@ std::string LfibViaSet::stringValue() const {
   std::string vias;
   for (uint32_t i = 0; i < count_; ++i) {
     if (i) vias += ", ";
-    vias += viaKeys_[i].stringValue();
+    vias += viaKey(LfibViaIndexRange(i)).stringValue();
   }
   return fmt::format("LfibViaSet({} vias [{}])", key_.stringValue(), vias);
 }
 
 std::string LfibMplsVia::stringValue() const {
-  return fmt::format("LfibMplsVia({} {} via {} on {} payload {} weight {})",
-                     viaKey.stringValue(), labelOperation, nextHop, intf,
-                     Mpls::stringValue(payloadType), weight);
+  return fmt::format("LfibMplsVia({} {} via {} on {} payload {} weight {})", viaKey.stringValue(),
+                     labelOperation, nextHop, intf, Mpls::stringValue(payloadType), weight);
 }
 
 std::string_view LfibIpLookupVia::vrf() const {

@@ -134,7 +134,10 @@ class LfibViaSet {
   static constexpr size_t kHeaderSize = 24;
   static constexpr size_t kMaxSerializedSize = kHeaderSize + 8 * kMaxViasPerSet;
 
-  LfibViaSet() = default;
+  // User-provided, so that value-initialising a via set (as every table
+  // lookup does) does not clear its 1 KiB of via room first: only the
+  // counted vias are ever read.
+  LfibViaSet() {}
   explicit LfibViaSet(LfibViaSetKey key) : key_(key) {}
 
   const LfibViaSetKey& key() const { return key_; }
@@ -165,7 +168,9 @@ class LfibViaSet {
   LfibViaSetKey backup_;
   uint32_t count_ = 0;
   bool usableAsPrimaryVias_ = true;
-  std::array<LfibViaKey, kMaxViasPerSet> viaKeys_{};
+  // Room for the vias, as bytes: left uninitialised past the count, and
+  // copying indeterminate bytes is well defined.
+  std::array<std::byte, kMaxViasPerSet * sizeof(LfibViaKey)> viaKeyBytes_;
 };
 
 // A labelled next hop over an IP interface.
@@ -281,8 +286,7 @@ struct Kiv::DenseKey<Mpls::LfibViaSetKey> {
 template <>
 struct std::hash<Mpls::LfibViaKey> {
   size_t operator()(const Mpls::LfibViaKey& k) const noexcept {
-    return (static_cast<size_t>(k.viaType) << 40) | (static_cast<size_t>(k.source) << 32) |
-           k.index;
+    return (static_cast<size_t>(k.viaType) << 40) | (static_cast<size_t>(k.source) << 32) | k.index;
   }
 };
 template <>

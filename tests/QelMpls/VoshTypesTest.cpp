@@ -208,6 +208,20 @@ TEST(Layer2AdjacencySerialisation, recordsOf0_1And128ViasReadBackEqual) {
   }
 }
 
+TEST(Layer2AdjacencySerialisation, aRecordDecodedOverALongerOneKeepsNoneOfItsVias) {
+  MplsHwL2AdjacencyConfig back = adjacencyWithVias(7, 5);
+  back.versionIs(3);
+  const MplsHwL2AdjacencyConfig shorter = adjacencyWithVias(8, 2);
+  std::vector<std::byte> bytes = serialized(shorter);
+  ASSERT_TRUE(MplsHwL2AdjacencyConfig::deserialize(bytes.data(), bytes.size(), back));
+  EXPECT_EQ(back, shorter);
+  EXPECT_EQ(back.key(), 8u);
+  EXPECT_EQ(back.version(), shorter.version());
+  for (uint32_t i = 2; i < 6; ++i) EXPECT_EQ(back.l2Via(MplsHwL2ViaIndex(i)), L2Via()) << i;
+  back.l2ViaIs(MplsHwL2ViaIndex(4), viaFor(9));
+  EXPECT_EQ(back.l2Via(MplsHwL2ViaIndex(3)), L2Via()) << "exposed again by a later via";
+}
+
 TEST(Layer2AdjacencySerialisation, theBytesFollowTheDriversLayout) {
   MplsHwL2AdjacencyConfig record(0x1122334455667788ull);
   record.versionIs(9);
@@ -317,8 +331,9 @@ TEST(TextForms, routeSyncMap) {
 }
 
 TEST(TextForms, layer2AdjacencyConfigListsItsUsedVias) {
-  EXPECT_EQ(adjacencyWithVias(6, 0).stringValue(),
-            "Value('Vosh::Qel::MplsHwL2AdjacencyConfig', ** {'key': 6, 'version': 7, 'l2Via': []})");
+  EXPECT_EQ(
+      adjacencyWithVias(6, 0).stringValue(),
+      "Value('Vosh::Qel::MplsHwL2AdjacencyConfig', ** {'key': 6, 'version': 7, 'l2Via': []})");
   EXPECT_EQ(adjacencyWithVias(6, 2).stringValue(),
             "Value('Vosh::Qel::MplsHwL2AdjacencyConfig', ** {'key': 6, 'version': 7, 'l2Via': "
             "[Ethernet1 mac 00:1c:73:00:00:01 vlan 101 label 1001 weight 1, "
