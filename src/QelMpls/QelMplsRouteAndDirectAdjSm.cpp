@@ -41,7 +41,8 @@ bool MplsRouteAndDirectAdjSm::resolveL3Adj(L3Adjacency* adjacency) {
     adjacency->unprogrammedReasonIs(UnprogrammedReason::unprogrammedReasonViaSetNotSane);
     return false;
   }
-  ProgrammableMplsFecVias programmable;
+  ProgrammableMplsFecVias& programmable = programmableScratch_;
+  programmable.viaDelAll();
   for (const auto& [index, via] : vias->viaColl()) programmable.viaIs(index, via);
   setHwAdjViasForNormalMplsRoute(adjacency, viaSet, programmable, adjacency->lFibAdjType());
   if (!adjacency->l2Adjacency()) {
@@ -179,8 +180,7 @@ bool MplsRouteAndDirectAdjSm::reviewRouteKeyLegacy(const Mpls::RouteKey& routeKe
   return false;
 }
 
-Kiv::Ptr<MplsRouteAndDirectAdjSm> mplsRouteAndDirectAdjSmFactory(
-    const MplsBaseSm::Inputs& inputs) {
+Kiv::Ptr<MplsRouteAndDirectAdjSm> mplsRouteAndDirectAdjSmFactory(const MplsBaseSm::Inputs& inputs) {
   auto sm = Kiv::make<MplsRouteAndDirectAdjSm>("mplsSm", inputs);
   sm->handleInitialized();
   return sm;

@@ -40,6 +40,9 @@ class MplsRouteAndDirectAdjSm : public MplsBaseSm {
                              const L3Adjacency* adjacency);
 
   Pellet::Facility trace_;
+  // Refilled by every adjacency review, so that a review allocates nothing
+  // for it.
+  ProgrammableMplsFecVias programmableScratch_;
 };
 
 Kiv::Ptr<MplsRouteAndDirectAdjSm> mplsRouteAndDirectAdjSmFactory(const MplsBaseSm::Inputs& inputs);

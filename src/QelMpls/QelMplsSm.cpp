@@ -836,9 +836,10 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
                                                   adjacency->hostKeyColl().end());
   adjacency->hostKeyDelAll();
 
-  Mpls::Hardware::L2ViaSet l2ViaSet;
-  std::vector<IpAddrIntfId> nextHops;
-  nextHops.reserve(programmableVias.vias());
+  Mpls::Hardware::L2ViaSet& l2ViaSet = l2ViaScratch_;
+  l2ViaSet.clear();
+  std::vector<IpAddrIntfId>& nextHops = nextHopScratch_;
+  nextHops.clear();
   std::string resolved;
   for (const auto& [viaIndex, via] : programmableVias.viaColl()) {
     KIV_ASSERT_TEXT(via.nextHop.af() == Bexo::ipv4() || via.nextHop.af() == Bexo::ipv6(),
@@ -860,7 +861,7 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
   } else {
     PELLET_TRACE(trace_, kTraceDetail, "resolved nexthops: {}", resolved);
   }
-  std::vector<IpAddrIntfId> previousNextHops = nextHopsIs(adjacency, std::move(nextHops));
+  std::vector<IpAddrIntfId> previousNextHops = nextHopsIs(adjacency, nextHops);
   releaseDroppedDependencies(adjacency, previousNextHops, previousHostKeys);
 
   Kiv::Ptr<MplsL2Adjacency> previous = adjacency->l2Adjacency();
@@ -886,9 +887,10 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
 }
 
 // Replaces the adjacency's next hops when they changed (a review mostly finds
-// the same ones); returns those it had before a change.
+// the same ones); returns those it had before a change. Sorts `nextHops` and
+// drops its duplicates.
 std::vector<IpAddrIntfId> MplsBaseSm::nextHopsIs(L3Adjacency* adjacency,
-                                                 std::vector<IpAddrIntfId> nextHops) {
+                                                 std::vector<IpAddrIntfId>& nextHops) {
   std::sort(nextHops.begin(), nextHops.end());
   nextHops.erase(std::unique(nextHops.begin(), nextHops.end()), nextHops.end());
   const auto& current = adjacency->nextHopColl();

@@ -318,7 +318,7 @@ class MplsBaseSm : public Kiv::Entity {
   Kiv::Ptr<MplsL2Adjacency> l2AdjacencyForViaSet(const Mpls::Hardware::L2ViaSet& l2ViaSet,
                                                  L3Adjacency* adjacency);
   void recordFdbDependency(L3Adjacency* adjacency, const Bridging::HostKey& hostKey);
-  std::vector<IpAddrIntfId> nextHopsIs(L3Adjacency* adjacency, std::vector<IpAddrIntfId> nextHops);
+  std::vector<IpAddrIntfId> nextHopsIs(L3Adjacency* adjacency, std::vector<IpAddrIntfId>& nextHops);
   void releaseDroppedDependencies(L3Adjacency* adjacency, const std::vector<IpAddrIntfId>& nextHops,
                                   const std::vector<Bridging::HostKey>& hostKeys);
   void rescheduleUnprogrammedTask();
@@ -335,6 +335,10 @@ class MplsBaseSm : public Kiv::Entity {
   Inputs in_;
   Pellet::Facility trace_;
   bool kivModels_;
+  // Filled anew by every adjacency review; kept here so that a review
+  // allocates nothing for them.
+  Mpls::Hardware::L2ViaSet l2ViaScratch_;
+  std::vector<IpAddrIntfId> nextHopScratch_;
   Kiv::Ptr<MplsState> state_;
   Kiv::Ptr<MplsSmStartupRecord> startupRecord_;
   Kiv::Ptr<Mpls::LfibTrackingStatus> lfibTrackingStatus_;

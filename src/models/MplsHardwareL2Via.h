@@ -46,6 +46,8 @@ static_assert(sizeof(L2Via) == 44);
 class L2ViaSet {
  public:
   void l2ViaIs(const L2Via& via);
+  // Keeps the room, for a set refilled over and over.
+  void clear() { vias_.clear(); }
   const std::vector<L2Via>& l2Vias() const { return vias_; }
   size_t size() const { return vias_.size(); }
   bool empty() const { return vias_.empty(); }
