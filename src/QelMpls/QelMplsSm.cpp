@@ -865,13 +865,8 @@ void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
   releaseDroppedDependencies(adjacency, previousNextHops, previousHostKeys);
 
   Kiv::Ptr<MplsL2Adjacency> previous = adjacency->l2Adjacency();
-  Kiv::Ptr<MplsL2Adjacency> l2;
-  if (previous && previous->l2ViaSet() == l2ViaSet) {
-    // Already among its layer-3 adjacencies, and the owner of its via set.
-    l2 = previous;
-  } else if (!l2ViaSet.empty()) {
-    l2 = l2AdjacencyForViaSet(l2ViaSet, adjacency);
-  }
+  Kiv::Ptr<MplsL2Adjacency> l2 =
+      l2ViaSet.empty() ? nullptr : l2AdjacencyForViaSet(l2ViaSet, adjacency);
   adjacency->l2AdjacencyIs(l2);
   hwAdjacency->l2AdjacencyIs(l2 ? l2->index() : 0);
   if (l2) {
@@ -927,6 +922,12 @@ void MplsBaseSm::releaseDroppedDependencies(L3Adjacency* adjacency,
 
 Kiv::Ptr<MplsL2Adjacency> MplsBaseSm::l2AdjacencyForViaSet(const Mpls::Hardware::L2ViaSet& l2ViaSet,
                                                            L3Adjacency* adjacency) {
+  // The one the adjacency holds is already among its layer-3 adjacencies, and
+  // the owner of its via set: no lookup by the vias.
+  if (Kiv::Ptr<MplsL2Adjacency> held = adjacency->l2Adjacency();
+      held && held->l2ViaSet() == l2ViaSet) {
+    return held;
+  }
   if (const L2AdjIndex* existing = viaSetToHwL2AdjFind(l2ViaSet)) {
     Kiv::Ptr<MplsL2Adjacency> l2 = mplsState()->l2Adjacency(*existing);
     l2->l3AdjacencyIs(adjacency->index());
