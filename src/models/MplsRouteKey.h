@@ -4,6 +4,7 @@
 // Eight bytes, laid out for shared-memory records: label (4), source (1),
 // three zero bytes. Text form "100" for the default source, "101/2" otherwise.
 
+#include <bit>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -60,12 +61,15 @@ struct std::hash<Mpls::RouteKey> {
 template <>
 struct Kiv::DenseKey<Mpls::RouteKey> {
   static constexpr uint32_t kLabels = Bexo::MplsLabel::noneValue + 1;
+  // Every route-keyed index numbers its key on each lookup: one load of the
+  // whole key, not a field-by-field comparison with a rebuilt one.
   static uint32_t numberOf(const Mpls::RouteKey& k) {
-    const uint32_t label = k.topLabel().value();
-    if (label >= kLabels || k != Mpls::RouteKey(Bexo::MplsLabel(label), k.source())) {
-      return Kiv::kNotNumbered;
-    }
-    return uint32_t{k.source()} * kLabels + label;
+    static_assert(std::endian::native == std::endian::little);
+    const auto raw = std::bit_cast<uint64_t>(k);
+    const auto label = static_cast<uint32_t>(raw);
+    const uint64_t reserved = raw >> 40;
+    if (label >= kLabels || reserved != 0) return Kiv::kNotNumbered;
+    return static_cast<uint32_t>((raw >> 32) & 0xff) * kLabels + label;
   }
   static Mpls::RouteKey keyOf(uint32_t number) {
     return Mpls::RouteKey(Bexo::MplsLabel(number % kLabels),
