@@ -30,18 +30,21 @@ class DenseSet {
    bool empty() const noexcept { return order_.live() == 0; }
    bool contains(const K& k) const { return positions_.contains(k); }
 
+   // A route passes through these sets at every review, publication and
+   // delivery: each insertion and erasure looks its key up once.
    bool insert(const K& k) {
-      if (positions_.contains(k)) return false;
+      const auto [position, inserted] = positions_.findOrInsert(k);
+      if (!inserted) return false;
+      // Compaction only rewrites the positions of keys already in the order,
+      // so the new key's place in the map stays where it is.
       if (order_.wantsCompaction()) compact();
-      positions_.insert(k, static_cast<uint32_t>(order_.append(k)));
+      *position = static_cast<uint32_t>(order_.append(k));
       return true;
    }
 
    bool erase(const K& k) {
-      const uint32_t* at = positions_.find(k);
-      if (!at) return false;
-      const size_t pos = *at;
-      positions_.erase(k);
+      uint32_t pos = 0;
+      if (!positions_.take(k, pos)) return false;
       if (order_.remove(pos)) positions_.clear();
       return true;
    }

@@ -115,17 +115,46 @@ class DirectMap {
       return {&value, true};
    }
 
-   bool erase(const K& k) {
+   // The value stored for k, value-initialised first if k was absent; and
+   // whether it was. One numbering and one page lookup where a test and an
+   // insertion would take two.
+   std::pair<V*, bool> findOrInsert(const K& k) {
       const uint32_t n = Numbering::numberOf(k);
       if (n == kNotNumbered) {
-         if (!others_.erase(k)) return false;
+         if (V* existing = others_.find(k)) return {existing, false};
+         ++size_;
+         return others_.insert(k, V{});
+      }
+      Page& page = pageFor(n);
+      V& value = page.values[n & kInPage];
+      if (isPresent(page, n)) return {&value, false};
+      presentWord(page, n) |= presentBit(n);
+      ++page.used;
+      ++size_;
+      return {&value, true};
+   }
+
+   bool erase(const K& k) {
+      V ignored;
+      return take(k, ignored);
+   }
+
+   // Erases k and moves its value into `taken`; false (and `taken` as it
+   // was) when k is absent.
+   bool take(const K& k, V& taken) {
+      const uint32_t n = Numbering::numberOf(k);
+      if (n == kNotNumbered) {
+         V* other = others_.find(k);
+         if (!other) return false;
+         taken = std::move(*other);
+         others_.erase(k);
          --size_;
          return true;
       }
       Page* page = pageOf(n);
       if (!page || !isPresent(*page, n)) return false;
       presentWord(*page, n) &= ~presentBit(n);
-      page->values[n & kInPage] = V{};
+      taken = std::exchange(page->values[n & kInPage], V{});
       --size_;
       if (--page->used == 0) pages_[n >> kPageBits].reset();
       return true;

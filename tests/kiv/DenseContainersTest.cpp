@@ -44,10 +44,31 @@ TEST(DirectMap, agreesWithAReferenceMapThroughChurnAndPagesEmptying) {
    };
    for (int i = 0; i < 100000; ++i) {
       Key k = randomKey(rng, 3000);
-      if (rng() % 3 == 0) {
-         EXPECT_EQ(m.erase(k), ref.erase(k.value) == 1);
-      } else {
-         EXPECT_EQ(m.insert(k, i).second, ref.insert_or_assign(k.value, i).second);
+      auto it = ref.find(k.value);
+      switch (rng() % 6) {
+         case 0:
+            EXPECT_EQ(m.erase(k), ref.erase(k.value) == 1);
+            break;
+         case 1: {
+            uint64_t taken = 99;
+            ASSERT_EQ(m.take(k, taken), it != ref.end());
+            EXPECT_EQ(taken, it != ref.end() ? it->second : 99u);
+            ref.erase(k.value);
+            break;
+         }
+         case 2: {
+            // An absent key starts from a value-initialised entry; a present
+            // one is found as it is.
+            auto [value, inserted] = m.findOrInsert(k);
+            ASSERT_EQ(inserted, it == ref.end());
+            EXPECT_EQ(*value, inserted ? 0u : it->second);
+            *value = i;
+            ref[k.value] = i;
+            break;
+         }
+         default:
+            EXPECT_EQ(m.insert(k, i).second, ref.insert_or_assign(k.value, i).second);
+            break;
       }
    }
    expectSame();
