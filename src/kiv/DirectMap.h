@@ -190,10 +190,17 @@ class DirectMap {
       return p < pages_.size() ? pages_[p].get() : nullptr;
    }
 
+   // Inlined where a key is inserted; only a page's first key takes the
+   // allocation out of line.
    Page& pageFor(uint32_t n) {
       const size_t p = n >> kPageBits;
+      if (p < pages_.size() && pages_[p]) [[likely]] return *pages_[p];
+      return newPage(p);
+   }
+
+   [[gnu::noinline]] Page& newPage(size_t p) {
       if (p >= pages_.size()) pages_.resize(p + 1);
-      if (!pages_[p]) pages_[p] = std::make_unique<Page>();
+      pages_[p] = std::make_unique<Page>();
       return *pages_[p];
    }
 
