@@ -99,20 +99,9 @@ class DirectMap {
 
    // Inserts or overwrites; returns the stored value and whether it was new.
    std::pair<V*, bool> insert(const K& k, V v) {
-      const uint32_t n = Numbering::numberOf(k);
-      if (n == kNotNumbered) {
-         auto inserted = others_.insert(k, std::move(v));
-         size_ += inserted.second;
-         return inserted;
-      }
-      Page& page = pageFor(n);
-      V& value = page.values[n & kInPage];
-      value = std::move(v);
-      if (isPresent(page, n)) return {&value, false};
-      presentWord(page, n) |= presentBit(n);
-      ++page.used;
-      ++size_;
-      return {&value, true};
+      auto stored = findOrInsert(k);
+      *stored.first = std::move(v);
+      return stored;
    }
 
    // The value stored for k, value-initialised first if k was absent; and
