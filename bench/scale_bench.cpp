@@ -16,8 +16,8 @@
 #include <iostream>
 #include <vector>
 
-#include "QelMpls/QelMplsRootSm.h"
-#include "QelMpls/QelMplsVoshTables.h"
+#include "QelMpls/root/QelMplsRootSm.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
 #include "pellet/Trace.h"
 #include "sim/ResourceUsage.h"
 #include "sim/ScaleScenario.h"

@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "QelMpls/QelMplsRootSm.h"
+#include "QelMpls/root/QelMplsRootSm.h"
 #include "korba/EntityManager.h"
 #include "plin/AttrLogSm.h"
 #include "plin/TaskScheduler.h"

@@ -28,7 +28,7 @@
 #include <deque>
 #include <memory>
 
-#include "QelMpls/QelMplsVoshTables.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
 #include "kiv/DenseSet.h"
 #include "kiv/HashMap.h"
 #include "kiv/Ptr.h"

@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "QelMpls/QelMplsVoshTables.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
 #include "models/VoshTables.h"
 #include "plin/TaskScheduler.h"
 #include "vosh/EntityManager.h"

@@ -8,7 +8,7 @@
 
 #include <memory>
 
-#include "QelMpls/QelMplsVoshTypes.h"
+#include "QelMpls/platform/QelMplsVoshTypes.h"
 #include "korba/EntityManager.h"
 
 namespace Sim {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "QelMpls/QelMplsSm.h"
+#include "QelMpls/core/QelMplsSm.h"
 #include "models/MplsHardwareStatus.h"
 #include "sim/SimSwitch.h"
 

@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "QelMpls/QelMplsState.h"
+#include "QelMpls/core/QelMplsState.h"
 #include "bexo/MplsLabelAction.h"
 #include "bexo/MplsLabelStack.h"
 #include "sim/ScenarioError.h"

@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include "QelMpls/QelMplsSm.h"
+#include "QelMpls/core/QelMplsSm.h"
 #include "sim/ResourceUsage.h"
 
 namespace Sim {

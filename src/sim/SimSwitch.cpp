@@ -1,6 +1,6 @@
 #include "sim/SimSwitch.h"
 
-#include "QelMpls/QelMplsRootSm.h"
+#include "QelMpls/root/QelMplsRootSm.h"
 
 namespace Sim {
 

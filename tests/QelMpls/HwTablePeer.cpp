@@ -16,7 +16,7 @@
 
 #include <fmt/format.h>
 
-#include "QelMpls/QelMplsVoshTables.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
 #include "plin/TaskScheduler.h"
 #include "vosh/EntityManager.h"
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "QelMpls/QelMplsVoshTables.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
 #include "plin/TaskScheduler.h"
 #include "vosh/EntityManager.h"
 

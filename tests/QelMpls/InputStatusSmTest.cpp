@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "QelMpls/QelMplsInputStatusSm.h"
+#include "QelMpls/root/QelMplsInputStatusSm.h"
 #include "pellet/Trace.h"
 
 namespace {

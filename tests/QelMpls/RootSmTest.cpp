@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "Qel/FeatureToggle.h"
-#include "QelMpls/QelMplsRootSm.h"
+#include "QelMpls/root/QelMplsRootSm.h"
 #include "kiv/Assert.h"
 #include "pellet/Trace.h"
 #include "vosh/Segment.h"

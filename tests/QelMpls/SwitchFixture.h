@@ -13,7 +13,7 @@
 #include <string>
 
 #include "Qel/FeatureToggle.h"
-#include "QelMpls/QelMplsRootSm.h"
+#include "QelMpls/root/QelMplsRootSm.h"
 #include "korba/EntityManager.h"
 #include "vosh/EntityManager.h"
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "QelMpls/QelMplsVoshTypes.h"
+#include "QelMpls/platform/QelMplsVoshTypes.h"
 
 namespace {
 

@@ -20,11 +20,11 @@
 #include <memory>
 #include <string>
 
-#include "QelMpls/QelMplsInputStatusSm.h"
-#include "QelMpls/QelMplsRouteAndDirectAdjSm.h"
-#include "QelMpls/QelMplsSm.h"
-#include "QelMpls/QelMplsVoshTables.h"
-#include "QelMpls/QelMplsVoshTypes.h"
+#include "QelMpls/root/QelMplsInputStatusSm.h"
+#include "QelMpls/platform/QelMplsRouteAndDirectAdjSm.h"
+#include "QelMpls/core/QelMplsSm.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
+#include "QelMpls/platform/QelMplsVoshTypes.h"
 #include "Qel/QelBaseHelper.h"
 #include "korba/EntityManager.h"
 #include "korba/MountCallback.h"

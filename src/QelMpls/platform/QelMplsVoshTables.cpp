@@ -1,4 +1,4 @@
-#include "QelMpls/QelMplsVoshTables.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
 
 namespace Vosh::Qel {
 

@@ -52,8 +52,8 @@
 #include <string>
 #include <vector>
 
-#include "QelMpls/QelMplsState.h"
-#include "QelMpls/QelMplsVoshTypes.h"
+#include "QelMpls/core/QelMplsState.h"
+#include "QelMpls/platform/QelMplsVoshTypes.h"
 #include "kiv/Clock.h"
 #include "kiv/Entity.h"
 #include "models/Arp.h"

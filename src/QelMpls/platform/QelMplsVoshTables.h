@@ -7,7 +7,7 @@
 
 #include <vector>
 
-#include "QelMpls/QelMplsVoshTypes.h"
+#include "QelMpls/platform/QelMplsVoshTypes.h"
 #include "kiv/Entity.h"
 #include "models/VoshTable.h"
 #include "vosh/Mount.h"

@@ -313,4 +313,12 @@ class MplsSmStartupRecord : public Kiv::Entity {
 
 Kiv::Ptr<MplsSmStartupRecord> mplsSmStartupRecordFactory(const std::string& name);
 
+// What the input status state machine condenses the core's inputs into.
+class MplsSmInputSummary : public Kiv::Entity {
+ public:
+  using Kiv::Entity::Entity;
+  KIV_ATTR(MplsSmInputStatus, status, Status, MplsSmInputStatus::mplsSmInputUnknown)
+};
+Kiv::Ptr<MplsSmInputSummary> mplsSmInputSummaryFactory();
+
 }  // namespace Qel

@@ -1,4 +1,4 @@
-#include "QelMpls/QelMplsState.h"
+#include "QelMpls/core/QelMplsState.h"
 
 #include <fmt/format.h>
 
@@ -79,6 +79,10 @@ void MplsSmStartupRecord::clearAndInitialize(double now) {
 
 Kiv::Ptr<MplsSmStartupRecord> mplsSmStartupRecordFactory(const std::string& name) {
   return Kiv::make<MplsSmStartupRecord>(name);
+}
+
+Kiv::Ptr<MplsSmInputSummary> mplsSmInputSummaryFactory() {
+  return Kiv::make<MplsSmInputSummary>("inputStatusSummary");
 }
 
 }  // namespace Qel

@@ -1,6 +1,6 @@
-#include "QelMpls/QelMplsRouteAndDirectAdjSm.h"
+#include "QelMpls/platform/QelMplsRouteAndDirectAdjSm.h"
 
-#include "QelMpls/QelMplsVoshTables.h"
+#include "QelMpls/platform/QelMplsVoshTables.h"
 #include "models/MplsHardwareStatus.h"
 #include "models/VoshTables.h"
 

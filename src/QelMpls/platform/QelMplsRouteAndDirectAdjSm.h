@@ -12,7 +12,7 @@
 // has no layer-2 adjacency: it is unprogrammed with reason nexthopUnresolved,
 // and so are its routes, which have no hardware record until ARP answers.
 
-#include "QelMpls/QelMplsSm.h"
+#include "QelMpls/core/QelMplsSm.h"
 
 namespace Qel {
 

@@ -7,20 +7,13 @@
 
 #include <memory>
 
-#include "QelMpls/QelMplsState.h"
-#include "QelMpls/QelMplsVoshTypes.h"
+#include "QelMpls/core/QelMplsState.h"
+#include "QelMpls/platform/QelMplsVoshTypes.h"
 #include "kiv/Entity.h"
 #include "models/MplsInfo.h"
 #include "pellet/Trace.h"
 
 namespace Qel {
-
-class MplsSmInputSummary : public Kiv::Entity {
- public:
-  using Kiv::Entity::Entity;
-  KIV_ATTR(MplsSmInputStatus, status, Status, MplsSmInputStatus::mplsSmInputUnknown)
-};
-Kiv::Ptr<MplsSmInputSummary> mplsSmInputSummaryFactory();
 
 class MplsSmInputStatusSm : public Kiv::Entity {
  public:

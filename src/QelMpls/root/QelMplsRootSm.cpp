@@ -1,4 +1,4 @@
-#include "QelMpls/QelMplsRootSm.h"
+#include "QelMpls/root/QelMplsRootSm.h"
 
 #include "Qel/FeatureToggle.h"
 #include "kiv/Assert.h"

@@ -1,4 +1,4 @@
-#include "QelMpls/QelMplsVoshTypes.h"
+#include "QelMpls/platform/QelMplsVoshTypes.h"
 
 #include <fmt/format.h>
 

@@ -1,12 +1,8 @@
-#include "QelMpls/QelMplsInputStatusSm.h"
+#include "QelMpls/root/QelMplsInputStatusSm.h"
 
-#include "QelMpls/QelMplsSm.h"
+#include "QelMpls/core/QelMplsSm.h"
 
 namespace Qel {
-
-Kiv::Ptr<MplsSmInputSummary> mplsSmInputSummaryFactory() {
-  return Kiv::make<MplsSmInputSummary>("inputStatusSummary");
-}
 
 class MplsSmInputStatusSm::Reactors : public Kiv::Reactor {
  public:
