@@ -13,6 +13,7 @@
 #include "bexo/IpGenAddr.h"
 #include "bexo/MplsLabel.h"
 #include "bexo/MplsLabelAction.h"
+#include "models/MplsLfib.h"
 
 namespace Vosh::Fib {
 
@@ -50,31 +51,49 @@ class FecId {
   uint64_t value_ = 0;
 };
 
-// One via of a FEC description.
+// One via of a FEC description. The label is the via's single outgoing label
+// (none for a pop); the TTL mode and payload type say what a pop hands on.
 struct FecVia {
   Bexo::IpGenAddr nextHop;
   Bexo::IntfId intf;
   Bexo::MplsLabel label;
   Bexo::MplsLabelAction labelAction = Bexo::mplsActionPush;
+  Mpls::PayloadType payloadType = Mpls::PayloadType::payloadUnknown;
   uint16_t vlanId = 0;
   uint16_t weight = 1;
+  uint8_t ttlMode = 0;
+  bool skipEgressAcl = false;
   friend bool operator==(const FecVia&, const FecVia&) = default;
 };
 
-// A FEC description (IPv4 family); Fib6::Fec is the IPv6-family twin.
+// A FEC description (IPv4 family); Fib6::Fec is the IPv6-family twin. Stored
+// as a header and its counted vias, so that a table of a hundred thousand
+// two-via FECs does not take the room of as many 64-via ones.
 struct Fec {
   static constexpr size_t kMaxVias = 64;
+  static constexpr size_t kHeaderSize = 24;
+  static constexpr size_t kMaxSerializedSize = kHeaderSize + kMaxVias * sizeof(FecVia);
   FecId fecId;
+  FecId backupFecId;
   uint32_t viaCount = 0;
   std::array<FecVia, kMaxVias> via{};
-  explicit operator bool() const { return !(*this == Fec()); }
-  friend bool operator==(const Fec&, const Fec&) = default;
+
+  void viaAppend(const FecVia& v) { via[viaCount++] = v; }
+  size_t serialize(std::byte* out) const;
+  static bool deserialize(const std::byte* in, size_t length, Fec& out);
+  explicit operator bool() const { return fecId || backupFecId || viaCount != 0; }
+  // Only the counted vias belong to the description.
+  friend bool operator==(const Fec& a, const Fec& b);
 };
 
 }  // namespace Vosh::Fib
 
 namespace Vosh::Fib6 {
-struct Fec : Vosh::Fib::Fec {};
+struct Fec : Vosh::Fib::Fec {
+  static bool deserialize(const std::byte* in, size_t length, Fec& out) {
+    return Vosh::Fib::Fec::deserialize(in, length, out);
+  }
+};
 }  // namespace Vosh::Fib6
 
 namespace Qel {
@@ -108,10 +127,14 @@ struct SyncRequestsReady {
   friend bool operator==(const SyncRequestsReady&, const SyncRequestsReady&) = default;
 };
 
-// The allocator's answer: the hardware FEC id of a FEC id.
+// The allocator's answer: the hardware FEC id of a FEC id, with the request it
+// answers, so that an answer to a request since replaced is told apart.
 struct HwFecIdResponse {
+  static constexpr uint64_t kInvalidHwFecId = ~uint64_t{0};
   Vosh::Fib::FecId fecId;
-  uint64_t hwFecId = ~uint64_t{0};
+  uint64_t hwFecId = kInvalidHwFecId;
+  HwFecIdRequest request;
+  bool hwFecIdValid() const { return hwFecId != kInvalidHwFecId; }
   explicit operator bool() const { return !(*this == HwFecIdResponse()); }
   friend bool operator==(const HwFecIdResponse&, const HwFecIdResponse&) = default;
 };
