@@ -177,6 +177,8 @@ class L3Adjacency : public Kiv::RefCounted {
   KIV_FLAT_SET(IpAddrIntfId, nextHop)
   KIV_FLAT_SET(Bridging::HostKey, hostKey)
   KIV_FLAT_SET(L3AdjIndex, primaryAdj)
+  // The adjacency of the backup via set this one falls back on (0: none).
+  KIV_VALUE(L3AdjIndex, backupAdj, 0)
   KIV_VALUE(Kiv::Ptr<MplsL2Adjacency>, l2Adjacency, nullptr)
   KIV_VALUE(Kiv::Ptr<ExternalFecInfo>, extFecInfo, nullptr)
   KIV_VALUE(Kiv::Ptr<MulticastGroupInfo>, multicastGroupInfo, nullptr)
@@ -216,6 +218,12 @@ class ExternalFecInfo : public Kiv::RefCounted {
   KIV_SET(Mpls::RouteKey, dependentRouteKey)
   KIV_ORDERED_SET(L3AdjIndex, dependentL3Adjacency)
   KIV_ORDERED_SET(Vosh::Fib::FecId, dependentPrimaryExtFecInfo)
+  // The allocator's answer (all ones until there is one) and whether the
+  // FEC forwards; the backup FEC the description names (0: none).
+  KIV_VALUE(uint64_t, hwFecId, ~uint64_t{0})
+  KIV_VALUE(bool, forwarding, false)
+  KIV_VALUE(Vosh::Fib::FecId, backupFecId, {})
+  bool hwFecIdValid() const { return hwFecId() != ~uint64_t{0}; }
 
  private:
   Vosh::Fib::FecId fecId_;
