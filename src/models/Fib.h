@@ -63,6 +63,9 @@ struct FecVia {
   uint16_t weight = 1;
   uint8_t ttlMode = 0;
   bool skipEgressAcl = false;
+  // Labels the packet gains at this hop (negative: loses), which sizes the
+  // encapsulation the allocator reserves.
+  int8_t labelStackDepth = 0;
   friend bool operator==(const FecVia&, const FecVia&) = default;
 };
 

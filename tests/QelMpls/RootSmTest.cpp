@@ -250,16 +250,14 @@ TEST_P(RootMounting, holdsTheEntityOfEveryMountedPath) {
   EXPECT_EQ(root->proactiveArpNhSm()->clientConfig(), root->proactiveArpNexthop());
 }
 
-TEST_P(RootMounting, buildsTheInputStatusSmOverTheLocalSummaryAndTheCoreOnlyInDirectMode) {
+TEST_P(RootMounting, buildsTheInputStatusSmOverTheLocalSummaryAndTheCoreOfTheMode) {
   ASSERT_TRUE(root->inputStatusSummary());
   ASSERT_TRUE(root->mplsSmInputStatusSm());
   EXPECT_EQ(root->mplsSmInputStatusSm()->mplsSmInputSummary(), root->inputStatusSummary().get());
   EXPECT_EQ(root->inputStatusSummary()->status(), Qel::MplsSmInputStatus::mplsSmInputNotReady);
-  if (mediated()) {
-    EXPECT_FALSE(root->mplsSm());
-    return;
-  }
   ASSERT_TRUE(root->mplsSm());
+  EXPECT_EQ(dynamic_cast<Qel::MplsRouteAndMediatedAdjSm*>(root->mplsSm().get()) != nullptr,
+            mediated());
   const Qel::MplsBaseSm::Inputs& in = root->mplsSm()->inputs();
   EXPECT_EQ(in.inputStatusSummary.get(), root->inputStatusSummary().get());
   EXPECT_EQ(in.transitLfib.get(), root->transitLfib().get());
@@ -267,7 +265,7 @@ TEST_P(RootMounting, buildsTheInputStatusSmOverTheLocalSummaryAndTheCoreOnlyInDi
   EXPECT_EQ(in.hwFecIdRequest.get(), root->hwFecIdRequest().get());
   EXPECT_EQ(in.proactiveArpNhSm.get(), root->proactiveArpNhSm().get());
   EXPECT_EQ(in.localLfibInfo.get(), localLfibInfo.get());
-  EXPECT_FALSE(in.l3AdjSyncStatusExt);
+  EXPECT_EQ(in.l3AdjSyncStatusExt.get(), mediated() ? root->l3AdjSyncStatusExt().get() : nullptr);
   EXPECT_EQ(in.taskScheduler, &scheduler);
 }
 

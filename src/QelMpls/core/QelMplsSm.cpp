@@ -92,6 +92,21 @@ MplsBaseSm::MplsBaseSm(const std::string& name, const Inputs& inputs)
       state_(Kiv::make<MplsState>()) {
   KIV_ASSERT(in_.taskScheduler && in_.clock);
   createTasks();
+  numAllocatorConfigIs(kFecNumberRange);
+  numAllocatorStatusIs();
+  numAllocatorIs(numAllocatorConfig_, numAllocatorStatus_);
+}
+
+void MplsBaseSm::numAllocatorConfigIs(Plin::Range range) {
+  numAllocatorConfig_ = Kiv::make<Plin::NumAllocatorConfig>(range, kFecNumberHoldBack);
+}
+
+void MplsBaseSm::numAllocatorStatusIs() { numAllocatorStatus_ = Kiv::make<Plin::NumAllocatorStatus>(); }
+
+void MplsBaseSm::numAllocatorIs(Kiv::Ptr<const Plin::NumAllocatorConfig> config,
+                                Kiv::Ptr<Plin::NumAllocatorStatus> status) {
+  numAllocator_ = Kiv::make<Plin::NumAllocator>(std::move(config), std::move(status),
+                                                in_.taskScheduler, kTaskPriority);
 }
 
 MplsBaseSm::~MplsBaseSm() = default;
@@ -258,7 +273,8 @@ void MplsBaseSm::maybeTransitionToWaitingForSync() {
     mplsSmStartupStatusIs(mplsSmWaitingForSyncResponses);
     PELLET_TRACE(trace_, kTraceStartup,
                  "No route or L3Adj for review, moving to waitingForSync stage, generationId {}",
-                 in_.l3AdjSyncStatusExt ? in_.l3AdjSyncStatusExt->generation() : 0);
+                 syncGeneration());
+    handleWaitingForSyncResponses();
     handleSyncDone();
     return;
   }
@@ -268,18 +284,30 @@ void MplsBaseSm::maybeTransitionToWaitingForSync() {
       mplsSmStartupStatus(), inputLfibQuiesced());
 }
 
+GenerationId MplsBaseSm::syncGeneration() const {
+  return in_.l3AdjSyncStatusExt ? in_.l3AdjSyncStatusExt->generation() : 0;
+}
+
+bool MplsBaseSm::adjSyncDone() const {
+  return !in_.l3AdjSyncStatusExt || in_.l3AdjSyncStatusExt->adjSyncDone();
+}
+
+// Waits for the platform's adjacency sync as well as for the review to
+// settle: the end-of-sync generation tells the platform that what this run has
+// not requested again may go, and that is only true once the platform has
+// answered what was requested.
 void MplsBaseSm::handleSyncDone() {
-  bool adjSyncDone = !in_.l3AdjSyncStatusExt || in_.l3AdjSyncStatusExt->adjSyncDone();
-  if (mplsSmStartupStatus() == mplsSmWaitingForSyncResponses && adjSyncDone) {
+  bool done = adjSyncDone();
+  if (mplsSmStartupStatus() == mplsSmWaitingForSyncResponses && done) {
     processSyncDone();
     PELLET_TRACE(trace_, kTraceStartup, "adjSyncDone transitioned to {}, mplsSmStartupStatus is {}",
-                 adjSyncDone, mplsSmStartupStatus());
+                 done, mplsSmStartupStatus());
     return;
   }
   PELLET_TRACE(trace_, kTraceStartup,
                "adjSyncDone transitioned to {}, mplsSmStartupStatus is {}, NOT transitioning to "
                "normal stage for QelMplsSm",
-               adjSyncDone, mplsSmStartupStatus());
+               done, mplsSmStartupStatus());
 }
 
 void MplsBaseSm::processSyncDone() {
@@ -288,10 +316,11 @@ void MplsBaseSm::processSyncDone() {
     mplsHwCollectionConfig()->mplsHwRouteDel(key);
   }
   staleRecoveredRouteDelAll();
+  reconcileViaSetLfibHwStatus();
   cleanupRoutingHwMplsStatusRoute();
+  releaseUnclaimedRecoveredState();
   if (mplsHwSingletonConfig()) {
-    mplsHwSingletonConfig()->endOfMplsSyncAtGenerationIs(
-        in_.l3AdjSyncStatusExt ? in_.l3AdjSyncStatusExt->generation() : 0);
+    mplsHwSingletonConfig()->endOfMplsSyncAtGenerationIs(syncGeneration());
     if (!mplsHwSingletonConfig()->ready()) {
       PELLET_TRACE(trace_, kTraceStartup, "Set ready bool flag. It wasn't already set");
       mplsHwSingletonConfig()->readyIs(true);
@@ -301,6 +330,19 @@ void MplsBaseSm::processSyncDone() {
   mplsSmStartupStatusIs(mplsSmNormal);
   doMaybeScheduleReview();
   PELLET_TRACE(trace_, kTraceStartup, "Transitioned to normal stage");
+}
+
+// A via set the previous run reported programmed and this run has no
+// adjacency for would otherwise stay reported to the LFIB producer for ever.
+void MplsBaseSm::reconcileViaSetLfibHwStatus() {
+  std::vector<Mpls::LfibViaSetKey> unowned;
+  lfibHwStatus()->forEachViaSet([this, &unowned](const Mpls::LfibViaSetKey& key, const auto&) {
+    if (!mplsState()->lFibViaSetToL3AdjHas(key)) unowned.push_back(key);
+  });
+  for (const Mpls::LfibViaSetKey& key : unowned) {
+    PELLET_TRACE(trace_, kTraceStartup, "reconcile: via set {} has no l3 adj", key);
+    lfibHwStatus()->viaSetDel(key);
+  }
 }
 
 void MplsBaseSm::handleSyncTimeout() {

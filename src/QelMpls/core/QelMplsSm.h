@@ -60,6 +60,7 @@
 #include "models/Bridging.h"
 #include "pellet/Trace.h"
 #include "plin/AttrLogSm.h"
+#include "plin/NumAllocator.h"
 #include "plin/TaskScheduler.h"
 
 namespace Mpls {
@@ -152,6 +153,12 @@ class MplsBaseSm : public Kiv::Entity {
   static constexpr Plin::TaskPriority kTaskPriority = 2;
   static constexpr double timeoutSyncMapDelay = 0.1;
   static constexpr double timeoutSyncDelay = 600.0;
+  // FEC numbers this library hands out. They start above the indexes other
+  // owners of the FEC id space use for the FECs routes may forward into, and
+  // a released number is held back long enough for the allocator to have
+  // dropped what it granted for it.
+  static constexpr Plin::Range kFecNumberRange{uint64_t{1} << 20, (uint64_t{1} << 32) - 1};
+  static constexpr double kFecNumberHoldBack = 1.0;
 
   MplsBaseSm(const std::string& name, const Inputs& inputs);
   ~MplsBaseSm() override;
@@ -213,6 +220,15 @@ class MplsBaseSm : public Kiv::Entity {
   bool syncMapQuiesced() const;
   bool inputLfibQuiesced() const;
   void recoverNextHwAdjIndex();
+  void reconcileViaSetLfibHwStatus();
+  // The generation this run synchronises under, and whether the platform has
+  // reported the adjacencies of that generation synchronised.
+  virtual GenerationId syncGeneration() const;
+  virtual bool adjSyncDone() const;
+  // Hooks of the stages: every request of this run has been filed; the sync
+  // has ended and what was recovered but not claimed again can go.
+  virtual void handleWaitingForSyncResponses() {}
+  virtual void releaseUnclaimedRecoveredState() {}
 
   // Routing enable/disable and status clean-up.
   void handleMplsRouting(bool enabled);
@@ -233,6 +249,8 @@ class MplsBaseSm : public Kiv::Entity {
   bool hasNHGAdj(const CachedLFibMplsViaColl* vias) const;
   bool hasDynamicTunnelAdj(const CachedLFibMplsViaColl* vias) const;
   void processRouteKey(const Mpls::RouteKey& routeKey);
+  // The label operation and addressing a route's hardware record carries.
+  void copyRouteAttributes(MplsRoute* route, const L3Adjacency* adjacency) const;
 
   // Layer-3 adjacencies.
   Kiv::Ptr<L3Adjacency> newL3Adjacency();
@@ -247,6 +265,12 @@ class MplsBaseSm : public Kiv::Entity {
   void deleteRouteKeyFromExtFecInfo(const Mpls::RouteKey& routeKey, ExternalFecInfo* info);
   void maybeDeleteExtFecInfo(Vosh::Fib::FecId fecId);
   void freeMplsFecId(Vosh::Fib::FecId fecId);
+  // The allocator of FEC numbers (never null).
+  Plin::NumAllocator* numAllocator() const { return numAllocator_.get(); }
+  void numAllocatorConfigIs(Plin::Range range);
+  void numAllocatorStatusIs();
+  void numAllocatorIs(Kiv::Ptr<const Plin::NumAllocatorConfig> config,
+                      Kiv::Ptr<Plin::NumAllocatorStatus> status);
 
   // Layer-2 adjacencies and next-hop resolution.
   // Returns false when the next hop does not resolve yet; its proactive-ARP
@@ -349,6 +373,9 @@ class MplsBaseSm : public Kiv::Entity {
   std::unique_ptr<Plin::Task> syncMapTask_;
   std::unique_ptr<Plin::Task> syncTimeoutTask_;
   std::unique_ptr<Plin::Task> cleanupHwStatusAdjTask_;
+  Kiv::Ptr<const Plin::NumAllocatorConfig> numAllocatorConfig_;
+  Kiv::Ptr<Plin::NumAllocatorStatus> numAllocatorStatus_;
+  Kiv::Ptr<Plin::NumAllocator> numAllocator_;
   uint64_t cleanupBookmark_ = 0;
   // The retry round in progress: what was refused when it began, and how far
   // its slices have got.

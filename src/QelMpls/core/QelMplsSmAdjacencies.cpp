@@ -269,13 +269,29 @@ Kiv::Ptr<MplsL2Adjacency> MplsBaseSm::l2AdjacencyForViaSet(const Mpls::Hardware:
   return l2;
 }
 
+// Both directions: the adjacencies this one backs up lose their backup
+// status, and the backup this one used stops counting it as a primary (and is
+// reviewed, so that it goes when nothing else uses it).
 void MplsBaseSm::deleteBackupAdjInfoFromAdj(L3Adjacency* adjacency) {
-  if (adjacency->primaryAdjs() == 0) return;
-  PELLET_TRACE(trace_, kTraceAdj, "clear backup adj info for primary adj {}", adjacency->index());
-  for (L3AdjIndex primary : adjacency->primaryAdjColl()) {
-    routingHwMplsStatus()->adjacencyBackupStatusDel(primary);
+  if (adjacency->primaryAdjs() != 0) {
+    PELLET_TRACE(trace_, kTraceAdj, "clear backup adj info for primary adj {}",
+                 adjacency->index());
+    for (L3AdjIndex primary : adjacency->primaryAdjColl()) {
+      routingHwMplsStatus()->adjacencyBackupStatusDel(primary);
+      if (Kiv::Ptr<L3Adjacency> p = mplsState()->l3Adjacency(primary)) p->backupAdjIs(0);
+    }
+    adjacency->primaryAdjDelAll();
   }
-  adjacency->primaryAdjDelAll();
+  if (L3AdjIndex backupIndex = adjacency->backupAdj(); backupIndex != 0) {
+    PELLET_TRACE(trace_, kTraceAdj, "clear backup adj {} of adj {}", backupIndex,
+                 adjacency->index());
+    if (Kiv::Ptr<L3Adjacency> backup = mplsState()->l3Adjacency(backupIndex)) {
+      backup->primaryAdjDel(adjacency->index());
+      mplsState()->l3AdjForReviewIs(backupIndex);
+    }
+    routingHwMplsStatus()->adjacencyBackupStatusDel(adjacency->index());
+    adjacency->backupAdjIs(0);
+  }
 }
 
 void MplsBaseSm::deleteRouteKeyFromExtFecInfo(const Mpls::RouteKey& routeKey,
@@ -293,16 +309,28 @@ void MplsBaseSm::maybeDeleteExtFecInfo(Vosh::Fib::FecId fecId) {
       info->dependentPrimaryExtFecInfos() != 0) {
     return;
   }
-  freeMplsFecId(fecId);
+  // A FEC owned outside this library is only forgotten.
+  if (info->allocated()) freeMplsFecId(fecId);
   mplsState()->extFecInfoDel(fecId);
+  if (Vosh::Fib::FecId backup = info->backupFecId()) {
+    if (Kiv::Ptr<ExternalFecInfo> backupInfo = mplsState()->extFecInfo(backup)) {
+      backupInfo->dependentPrimaryExtFecInfoDel(fecId);
+      maybeDeleteExtFecInfo(backup);
+    }
+  }
 }
 
 void MplsBaseSm::freeMplsFecId(Vosh::Fib::FecId fecId) {
   PELLET_TRACE(trace_, kTraceAdj, ": fecId: {}", fecId);
-  if (!in_.hwFecIdRequest) return;
-  in_.hwFecIdRequest->fecDel(fecId);
-  in_.hwFecIdRequest->hwFecIdRequestDel(fecId);
-  in_.hwFecIdRequest->adjSyncIdMapDel(fecId);
+  // NOTE: the request goes first, so that the allocator never answers a
+  // request whose description is already gone.
+  if (in_.hwFecIdRequest) {
+    in_.hwFecIdRequest->hwFecIdRequestDel(fecId);
+    in_.hwFecIdRequest->fecDel(fecId);
+    in_.hwFecIdRequest->fec6Del(fecId);
+    in_.hwFecIdRequest->adjSyncIdMapDel(fecId);
+  }
+  numAllocator()->release(fecId.index());
 }
 
 void MplsBaseSm::cleanL3Adj(L3Adjacency*) {}

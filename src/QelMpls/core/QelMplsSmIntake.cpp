@@ -232,6 +232,18 @@ Kiv::Ptr<const CachedLFibMplsViaColl> MplsBaseSm::getSaneMplsIpLFibVias(
   return vias;
 }
 
+void MplsBaseSm::copyRouteAttributes(MplsRoute* route,
+                                                  const L3Adjacency* adjacency) const {
+  // The route's label operation is its vias': the first via decides (an
+  // adjacency mixing actions is programmed with the first one's).
+  if (const auto* vias = adjacency->cachedVias().get(); vias && vias->vias() != 0) {
+    const Mpls::LfibMplsVia& first = vias->viaColl().begin()->second;
+    route->labelActionIs(first.labelAction());
+    route->payloadTypeIs(first.payloadType);
+  }
+  route->addressingIs(Bexo::addressingNexthop);
+}
+
 void MplsBaseSm::processRouteKey(const Mpls::RouteKey& routeKey) {
   PELLET_TRACE(trace_, kTraceRoute, "process routeKey {}", routeKey);
   Kiv::Ptr<MplsRoute> route = mplsState()->route(routeKey);

@@ -146,6 +146,9 @@ class MplsRoute : public Kiv::RefCounted {
 
   uint64_t version() const { return version_; }
   void versionInc() { ++version_; }
+  // Takes over the version of a record a previous run wrote, when this run
+  // finds it already holding what it would write.
+  void versionIs(uint64_t version) { version_ = version; }
 
  private:
   Mpls::RouteKey key_;
@@ -223,6 +226,8 @@ class ExternalFecInfo : public Kiv::RefCounted {
   KIV_VALUE(uint64_t, hwFecId, ~uint64_t{0})
   KIV_VALUE(bool, forwarding, false)
   KIV_VALUE(Vosh::Fib::FecId, backupFecId, {})
+  // Its number came from this library's allocator and goes back to it.
+  KIV_VALUE(bool, allocated, false)
   bool hwFecIdValid() const { return hwFecId() != ~uint64_t{0}; }
 
  private:

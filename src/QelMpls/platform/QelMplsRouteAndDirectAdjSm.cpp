@@ -86,18 +86,6 @@ void MplsRouteAndDirectAdjSm::reviewL3AdjLegacy(L3AdjIndex index, L3Adjacency* a
   scheduleRouteKeyForPublish(adjacency);
 }
 
-void MplsRouteAndDirectAdjSm::copyRouteAttributes(MplsRoute* route,
-                                                  const L3Adjacency* adjacency) const {
-  // The route's label operation is its vias': the first via decides (an
-  // adjacency mixing actions is programmed with the first one's).
-  if (const auto* vias = adjacency->cachedVias().get(); vias && vias->vias() != 0) {
-    const Mpls::LfibMplsVia& first = vias->viaColl().begin()->second;
-    route->labelActionIs(first.labelAction());
-    route->payloadTypeIs(first.payloadType);
-  }
-  route->addressingIs(Bexo::addressingNexthop);
-}
-
 bool MplsRouteAndDirectAdjSm::handleUnresolvedRoute(const Mpls::RouteKey& routeKey,
                                                     MplsRoute* route,
                                                     const L3Adjacency* adjacency) {

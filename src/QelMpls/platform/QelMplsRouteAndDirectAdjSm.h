@@ -33,7 +33,6 @@ class MplsRouteAndDirectAdjSm : public MplsBaseSm {
   // Validates the adjacency and resolves its vias; false when it cannot be
   // programmed (its unprogrammed flag and reason are set).
   bool resolveL3Adj(L3Adjacency* adjacency);
-  void copyRouteAttributes(MplsRoute* route, const L3Adjacency* adjacency) const;
   bool alreadyProgrammedAs(const Mpls::RouteKey& routeKey, const MplsRoute* route,
                            Vosh::Qel::MplsHwRouteConfig config, L2AdjIndex l2Index) const;
   bool handleUnresolvedRoute(const Mpls::RouteKey& routeKey, MplsRoute* route,

@@ -273,12 +273,21 @@ void MplsRootSm::createSm() {
                   "adjType == mplsSmAdjacencyMediated() || adjType == mplsSmAdjacencyDirect()");
   PELLET_TRACE(trace_, kTraceRoot, "Create Sms for adj type {}", adjacencyType_);
   mplsSmInputStatusSmIs(hwSingletonStatus_, localLfibInfo_, inputStatusSummary_, mplsRoutingInfo_);
-  // The mediated mode's state machines arrive with that mode; until then a
-  // mediated configuration mounts its tables and stops short of programming.
-  if (adjacencyType_ != MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect) {
-    PELLET_TRACE(trace_, 0, "mediated adjacency mode is not available in this build");
+  MplsBaseSm::Inputs inputs = coreInputs();
+  if (adjacencyType_ == MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated) {
+    MplsRouteAndMediatedAdjSm::MediatedInputs mediated;
+    mediated.hwFecIdResponse = hwFecIdResponse_;
+    mediated.mcastGroupProgConfig = mcastGroupProgConfig_;
+    mediated.mcastHwStatus = mcastHwStatus_;
+    mediated.mplsMulticastFecRequest = mplsMulticastFecRequest_;
+    mediated.mplsMulticastFecResponse = mplsMulticastFecResponse_;
+    mplsSmIs(mplsRouteAndMediatedAdjSmFactory(inputs, mediated));
     return;
   }
+  mplsSmIs(mplsRouteAndDirectAdjSmFactory(inputs));
+}
+
+MplsBaseSm::Inputs MplsRootSm::coreInputs() const {
   MplsBaseSm::Inputs inputs;
   inputs.mplsHwSingletonConfig = hwSingletonConfig_;
   inputs.mplsHwSingletonStatus = hwSingletonStatus_;
@@ -304,7 +313,7 @@ void MplsRootSm::createSm() {
   inputs.attrLogSm = attrLogSm_;
   inputs.clock = taskScheduler_->clock();
   inputs.taskScheduler = taskScheduler_;
-  mplsSmIs(mplsRouteAndDirectAdjSmFactory(inputs));
+  return inputs;
 }
 
 void MplsRootSm::deleteSm() {

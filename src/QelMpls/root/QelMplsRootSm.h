@@ -22,6 +22,7 @@
 
 #include "QelMpls/root/QelMplsInputStatusSm.h"
 #include "QelMpls/platform/QelMplsRouteAndDirectAdjSm.h"
+#include "QelMpls/platform/QelMplsRouteAndMediatedAdjSm.h"
 #include "QelMpls/core/QelMplsSm.h"
 #include "QelMpls/platform/QelMplsVoshTables.h"
 #include "QelMpls/platform/QelMplsVoshTypes.h"
@@ -90,6 +91,8 @@ class MplsRootSm : public Kiv::Entity {
   void mountVoshCommon();
   void mountVoshMediated();
   void createSm();
+  // The 24 inputs every core state machine takes.
+  MplsBaseSm::Inputs coreInputs() const;
   void deleteSm();
 
   MplsSmAdjacencyProgrammer adjacencyType() const { return adjacencyType_; }
