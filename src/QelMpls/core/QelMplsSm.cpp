@@ -25,11 +25,6 @@ namespace Qel {
 
 namespace {
 using namespace MplsSmTrace;
-using MplsSmStartupStatus::mplsSmNormal;
-using MplsSmStartupStatus::mplsSmProcessingSyncMap;
-using MplsSmStartupStatus::mplsSmUnknown;
-using MplsSmStartupStatus::mplsSmWaitingForSyncMap;
-using MplsSmStartupStatus::mplsSmWaitingForSyncResponses;
 }  // namespace
 
 SysLog& SysLog::instance() {

@@ -307,6 +307,9 @@ class MplsBaseSm : public Kiv::Entity {
   void scheduleRouteKeyForPublish(const L3Adjacency* adjacency);
   void scheduleAllL3AdjsForReview();
   bool isAdjPendingForReview(const L3Adjacency* adjacency) const;
+  // A route whose adjacency waits for its review keeps its hardware record and
+  // comes back once the adjacency is done: true when that is the case.
+  bool requeueBehindAdjReview(const Mpls::RouteKey& routeKey, const L3Adjacency* adjacency);
   Plin::Task* reviewTask() const { return reviewTask_.get(); }
   Plin::Task* unprogrammedRouteTask() const { return unprogrammedRouteTask_.get(); }
   Plin::Task* routePublishTask() const { return routePublishTask_.get(); }

@@ -25,9 +25,6 @@ namespace Qel {
 
 namespace {
 using namespace MplsSmTrace;
-using MplsSmStartupStatus::mplsSmNormal;
-using MplsSmStartupStatus::mplsSmProcessingSyncMap;
-using MplsSmStartupStatus::mplsSmWaitingForSyncResponses;
 }  // namespace
 
 // ---------------------------------------------------------------------------

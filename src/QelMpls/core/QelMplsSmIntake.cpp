@@ -25,9 +25,6 @@ namespace Qel {
 
 namespace {
 using namespace MplsSmTrace;
-using MplsSmStartupStatus::mplsSmNormal;
-using MplsSmStartupStatus::mplsSmProcessingSyncMap;
-using MplsSmStartupStatus::mplsSmWaitingForSyncResponses;
 // "a and b" for the conflicting-value traces.
 template <class T>
 std::string joinedWithAnd(const T& a, const T& b) {

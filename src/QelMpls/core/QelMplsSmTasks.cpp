@@ -25,9 +25,6 @@ namespace Qel {
 
 namespace {
 using namespace MplsSmTrace;
-using MplsSmStartupStatus::mplsSmNormal;
-using MplsSmStartupStatus::mplsSmProcessingSyncMap;
-using MplsSmStartupStatus::mplsSmWaitingForSyncResponses;
 bool isResourceFailure(const Vosh::Qel::MplsHwRouteStatus& status) {
   return status.reason == Vosh::Qel::mplsHwUnprogReasonRouteFull ||
          status.reason == Vosh::Qel::mplsHwUnprogReasonAdjacencyFull;
@@ -366,6 +363,17 @@ void MplsBaseSm::scheduleAllL3AdjsForReview() {
     mplsState()->l3AdjForReviewIs(index);
   }
   doMaybeScheduleReview();
+}
+
+bool MplsBaseSm::requeueBehindAdjReview(const Mpls::RouteKey& routeKey,
+                                        const L3Adjacency* adjacency) {
+  if (!adjacency || !isAdjPendingForReview(adjacency)) return false;
+  PELLET_TRACE(trace_, kTraceRoute,
+               "not removing routeKey {} because adj review is pending. Add routeKey for review "
+               "again",
+               routeKey);
+  mplsState()->routeKeyForReviewIs(routeKey);
+  return true;
 }
 
 bool MplsBaseSm::isAdjPendingForReview(const L3Adjacency* adjacency) const {

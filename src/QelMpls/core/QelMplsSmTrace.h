@@ -1,10 +1,18 @@
 #pragma once
 
-// The trace levels of the core state machine's facility, shared by the files
-// of its unit. 0 to 2 are recorded by default; the rest cost one branch each
-// unless switched on.
+// What the files of the core state machine's unit share: the trace levels of
+// its facility (0 to 2 are recorded by default; the rest cost one branch each
+// unless switched on) and the start-up stages by their short names.
+
+#include "QelMpls/core/QelMplsState.h"
 
 namespace Qel::MplsSmTrace {
+using MplsSmStartupStatus::mplsSmNormal;
+using MplsSmStartupStatus::mplsSmProcessingSyncMap;
+using MplsSmStartupStatus::mplsSmUnknown;
+using MplsSmStartupStatus::mplsSmWaitingForSyncMap;
+using MplsSmStartupStatus::mplsSmWaitingForSyncResponses;
+
 constexpr int kTraceAlert = 0;
 constexpr int kTraceStartup = 1;
 constexpr int kTraceAdj = 4;

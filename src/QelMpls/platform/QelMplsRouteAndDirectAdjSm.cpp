@@ -89,14 +89,7 @@ void MplsRouteAndDirectAdjSm::reviewL3AdjLegacy(L3AdjIndex index, L3Adjacency* a
 bool MplsRouteAndDirectAdjSm::handleUnresolvedRoute(const Mpls::RouteKey& routeKey,
                                                     MplsRoute* route,
                                                     const L3Adjacency* adjacency) {
-  if (adjacency && isAdjPendingForReview(adjacency)) {
-    PELLET_TRACE(trace_, kTraceRoute,
-                 "not removing routeKey {} because adj review is pending. Add routeKey for review "
-                 "again",
-                 routeKey);
-    mplsState()->routeKeyForReviewIs(routeKey);
-    return false;
-  }
+  if (requeueBehindAdjReview(routeKey, adjacency)) return false;
   unprogramRouteKey(routeKey);
   route->unprogrammedIs(true);
   route->unprogrammedReasonIs(adjacency ? adjacency->unprogrammedReason()

@@ -20,14 +20,7 @@ bool MplsRouteAndMediatedAdjSm::reviewRouteKey(const Mpls::RouteKey& routeKey, M
     writeRouteRecord(routeKey, route, adjacency.get(), info);
     return false;
   }
-  if (adjacency && isAdjPendingForReview(adjacency.get())) {
-    PELLET_TRACE(trace_, kTraceRoute,
-                 "not removing routeKey {} because adj review is pending. Add routeKey for review "
-                 "again",
-                 routeKey);
-    mplsState()->routeKeyForReviewIs(routeKey);
-    return false;
-  }
+  if (requeueBehindAdjReview(routeKey, adjacency.get())) return false;
   if (programmable) {
     waitForHwFecId(routeKey, route);
     return false;
