@@ -408,16 +408,32 @@ void MplsRouteAndMediatedAdjSm::requestHwFecIdAndUpdateDependencyMaps(Vosh::Fib:
     if (changed) request->fecIs(fecId, fec);
     if (request->fec6Has(fecId)) request->fec6Del(fecId);
   }
-  fileRequest(fecId, fec.viaCount, changed);
+  HwFecIdRequest filed = request->hwFecIdRequest(fecId);
+  if (!changed) adoptStandingAnswer(info.get(), filed);
+  fileRequest(fecId, filed, fec.viaCount, changed);
+}
+
+// An answer to the request filed for this very description still stands
+// when the request is filed again under a new generation: the allocator
+// grants the same description the same hardware id. Taking it at once lets a
+// restarted agent recognise its routes' records without waiting for the
+// allocator to answer again.
+void MplsRouteAndMediatedAdjSm::adoptStandingAnswer(ExternalFecInfo* info,
+                                                    const HwFecIdRequest& filed) {
+  if (info->hwFecIdValid() || !filed) return;
+  HwFecIdResponse standing = hwFecIdResponse()->hwFecId(info->fecId());
+  if (!standing.hwFecIdValid() || !(standing.request == filed)) return;
+  PELLET_TRACE(trace_, kTraceFec, "fecId {} keeps hwFecId {} answered to {}", info->fecId(),
+               standing.hwFecId, filed.syncId);
+  setAdjHwState(info, standing.hwFecId, true);
 }
 
 // A request is filed again when its description changed or when it was filed
 // under another generation; the new sequence number makes the allocator's
 // answer to the older one recognisable.
-void MplsRouteAndMediatedAdjSm::fileRequest(Vosh::Fib::FecId fecId, uint32_t viaCount,
-                                            bool descriptionChanged) {
+void MplsRouteAndMediatedAdjSm::fileRequest(Vosh::Fib::FecId fecId, const HwFecIdRequest& filed,
+                                            uint32_t viaCount, bool descriptionChanged) {
   FecIdToHwFecIdRequest* request = hwFecIdRequest();
-  HwFecIdRequest filed = request->hwFecIdRequest(fecId);
   if (!descriptionChanged && filed && filed.syncId.generation == generation_ &&
       filed.viaCount == viaCount) {
     return;

@@ -35,6 +35,9 @@
 // forwarding the FEC ids recorded per via set are taken back from it
 // (objTupleToFecId), so the same via sets get the same FEC ids and the
 // allocator the same requests; a new generation re-files each request once.
+// The answer to a description filed before the restart stands for the same
+// description after it, so routes whose records already point at it are
+// taken over as they are, without a write.
 // When every request is filed the generation is declared ready
 // (syncRequestsReady); the allocator answers and reports the generation's
 // adjacencies synchronised, which ends the sync. FEC ids recovered and not
@@ -137,7 +140,9 @@ class MplsRouteAndMediatedAdjSm : public MplsBaseSm {
   void moveRouteToConfirmedFec(const Mpls::RouteKey& routeKey, MplsRoute* route);
   void buildFec(Vosh::Fib::FecId fecId, Vosh::Fib::FecId backupFecId,
                 const ProgrammableMplsFecVias& programmable, Vosh::Fib::Fec& fec) const;
-  void fileRequest(Vosh::Fib::FecId fecId, uint32_t viaCount, bool descriptionChanged);
+  void fileRequest(Vosh::Fib::FecId fecId, const HwFecIdRequest& filed, uint32_t viaCount,
+                   bool descriptionChanged);
+  void adoptStandingAnswer(ExternalFecInfo* info, const HwFecIdRequest& filed);
   void attachExtFecInfo(L3Adjacency* adjacency, const Kiv::Ptr<ExternalFecInfo>& info);
   void detachExtFecInfo(L3Adjacency* adjacency);
   void markL3AdjNotSane(L3Adjacency* adjacency);
