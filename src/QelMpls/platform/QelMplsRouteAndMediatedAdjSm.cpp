@@ -493,11 +493,13 @@ void MplsRouteAndMediatedAdjSm::processHwFecIdResponse(ExternalFecInfo* info,
                                                        const HwFecIdResponse& response) {
   setAdjHwState(info, response ? response.hwFecId : HwFecIdResponse::kInvalidHwFecId,
                 response.hwFecIdValid());
+  // An answer changes what the routes point at, not the adjacencies'
+  // descriptions: their routes are reviewed, the adjacencies are not.
   MplsState* s = mplsState();
   for (L3AdjIndex index : info->dependentL3AdjacencyColl()) {
-    s->l3AdjForReviewIs(index);
     Kiv::Ptr<L3Adjacency> adjacency = s->l3Adjacency(index);
     if (!adjacency) continue;
+    for (const Mpls::RouteKey& key : adjacency->routeKeyColl()) s->routeKeyForReviewIs(key);
     lfibHwStatus()->viaSetIs(adjacency->viaSetKey(),
                              Mpls::LfibViaSetHwStatus{adjacency->viaSetKey(),
                                                       info->forwarding() ? 1u : 0u, 0});
