@@ -185,8 +185,12 @@ bool TaskScheduler::runUntil(const std::function<bool()>& done, double maxSecond
       promoteDueTimers();
       if (runOneReady()) continue;
       if (now() >= deadline) return done && done();
-      // Nothing scheduled and nothing watched: no event can ever arrive.
-      if (fds_.empty() && nextExpiry() == kNever) return !done || done();
+      // Nothing scheduled and nothing watched: no event can ever arrive. On the
+      // virtual clock the wait still takes its time, as it would on the wall.
+      if (fds_.empty() && nextExpiry() == kNever) {
+         if (isVirtual() && deadline != kNever && deadline > now()) virtualClock_->nowIs(deadline);
+         return !done || done();
+      }
       double wait = std::min(nextExpiry(), deadline) - now();
       if (isVirtual()) {
          advance(std::max(0.0, wait));
