@@ -1,17 +1,18 @@
 #include <gtest/gtest.h>
 
 #include "SwitchFixture.h"
-#include "models/FecRequest.h"
 #include "pellet/Trace.h"
 
 namespace QelTest {
 namespace {
 
+using Mpls::Hardware::RouteState;
 using Qel::MplsSmStartupStatus;
+constexpr auto kMediated = Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated;
 
 // A platform that keeps forwarding across a restart. Every start-up signal
-// is up unless a test takes one down; the first run has programmed routes 100
-// and 101, and the driver has both in its route sync map.
+// is up unless a test takes one down. In the mediated first run, routes 100
+// and 101 share one FEC and the driver has both in its route sync map.
 class StartupRecovery : public SwitchFixture {
  protected:
   void SetUp() override {
@@ -20,11 +21,11 @@ class StartupRecovery : public SwitchFixture {
     routeSyncMapReadyIs(true);
     systemLfibReadyIs(true);
     transitLfibQuiescedIs(true);
-    startAgent();
+    helper->nonStopForwarding = true;
   }
 
   void programFirstRun() {
-    restartCore<NonStopCore>();
+    startAgent(kMediated);
     mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
     routeIs(100, 1);
     routeIs(101, 1);
@@ -34,12 +35,20 @@ class StartupRecovery : public SwitchFixture {
     ASSERT_EQ(driver.status->mplsRouteSyncMaps(), 2u);
   }
 
+  // Route 101 leaves the LFIB while the agent is down.
+  void restartWithoutRoute101() {
+    stopCore();
+    routeDel(101);
+    startCore();
+  }
+
   size_t staleDeletions(const Pellet::Capture& capture, uint32_t label) const {
     return capture.count(fmt::format("Delet stale route: {}", key(label)));
   }
 };
 
-TEST_F(StartupRecovery, coldStartEmptiesTheHardwareTablesBeforeAnyRouteIsProgrammed) {
+TEST_F(StartupRecovery, directColdStartEmptiesTheHardwareTablesBeforeAnyRouteIsProgrammed) {
+  startAgent();
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
   routeIs(100, 1);
   routeIs(101, 1);
@@ -47,18 +56,20 @@ TEST_F(StartupRecovery, coldStartEmptiesTheHardwareTablesBeforeAnyRouteIsProgram
   ASSERT_EQ(hwRoutes(), 2u);
   ASSERT_EQ(hwL2Adjacencies(), 1u);
 
-  restartCore<Qel::MplsRouteAndDirectAdjSm>();
+  stopCore();
+  startCore();
   EXPECT_EQ(hwRoutes(), 0u);
   EXPECT_EQ(hwL2Adjacencies(), 0u);
   EXPECT_EQ(root->routingHwMplsStatus()->routes(), 0u);
 
   settle();
   EXPECT_EQ(hwRoutes(), 2u);
-  EXPECT_EQ(published(100).state, Mpls::Hardware::RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(101).state, Mpls::Hardware::RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
 }
 
-TEST_F(StartupRecovery, coldStartLeavesNoPublishedAdjacencyOfThePreviousRun) {
+TEST_F(StartupRecovery, directColdStartLeavesNoPublishedAdjacencyOfThePreviousRun) {
+  startAgent();
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
   mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 300}});
   routeIs(100, 1);
@@ -68,7 +79,7 @@ TEST_F(StartupRecovery, coldStartLeavesNoPublishedAdjacencyOfThePreviousRun) {
   stopCore();
   routeDel(101);
 
-  restartCore<Qel::MplsRouteAndDirectAdjSm>();
+  startCore();
   settle();
   EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), state()->l3Adjacencys());
   EXPECT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), state()->l2Adjacencys());
@@ -78,66 +89,85 @@ TEST_F(StartupRecovery, coldStartLeavesNoPublishedAdjacencyOfThePreviousRun) {
   expectNoRouteResourcesLeft();
 }
 
+TEST_F(StartupRecovery, mediatedColdStartEmptiesTheHardwareAndRequestTables) {
+  programFirstRun();
+  Vosh::Fib::FecId fecId = fecIdOf(1);
+  stopCore();
+  helper->nonStopForwarding = false;
+
+  startCore();
+  EXPECT_EQ(hwRoutes(), 0u);
+  EXPECT_FALSE(allocator.requests->hwFecIdRequestHas(fecId));
+  EXPECT_FALSE(allocator.requests->fecHas(fecId));
+  EXPECT_FALSE(fecIdOf(1));
+
+  settle();
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
+}
+
 TEST_F(StartupRecovery, recoveryKeepsTheHardwareTablesAndDeletesAStaleRouteOnceAtSyncDone) {
   programFirstRun();
-  stopCore();
-  routeDel(101);
   Pellet::Capture capture({"QelMplsSm"});
 
-  restartCore<NonStopCore>();
+  restartWithoutRoute101();
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
   EXPECT_TRUE(hwRoute(100)) << "a recovered route keeps forwarding while the LFIB is replayed";
   EXPECT_TRUE(hwRoute(101)) << "a stale route keeps forwarding until sync is done";
-  EXPECT_TRUE(sm()->staleRecoveredRouteHas(key(101)));
-  EXPECT_FALSE(sm()->staleRecoveredRouteHas(key(100)));
 
   settle();
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
   EXPECT_FALSE(hwRoute(101));
-  EXPECT_EQ(sm()->staleRecoveredRoutes(), 0u);
-  EXPECT_EQ(published(100).state, Mpls::Hardware::RouteState::routeStateProgrammed);
   EXPECT_TRUE(hwRoute(100));
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
 
   advance(Qel::MplsBaseSm::timeoutSyncDelay + 1);
   EXPECT_EQ(staleDeletions(capture, 101), 1u);
   EXPECT_EQ(staleDeletions(capture, 100), 0u);
 }
 
-TEST_F(StartupRecovery, aRouteTheLfibOffersAgainDuringSyncIsNoLongerStale) {
+TEST_F(StartupRecovery, aRouteThatSurvivesARestartIsTakenOverWithoutAWrite) {
+  programFirstRun();
+  // A second write in the first run, so that a write after the restart could
+  // not coincide with what is in hardware.
+  viaSetIs(1, {mplsVia("10.0.0.2", "Ethernet1", Bexo::mplsActionSwap, {Bexo::MplsLabel(200)},
+                       Mpls::PayloadType::payloadIpv6)});
+  settle();
+  Vosh::Fib::FecId fecId = fecIdOf(1);
+  Vosh::Fib::Fec fec = filedFec(1);
+  Vosh::Qel::MplsHwRouteConfig record = hwRoute(100);
+  ASSERT_EQ(record.version, 3u);
+
+  restartWithoutRoute101();
+  settle();
+  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+  EXPECT_TRUE(hwRoute(100) == record) << "same version, same hardware FEC";
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(fecIdOf(1), fecId);
+  EXPECT_TRUE(filedFec(1) == fec);
+  EXPECT_EQ(allocator.requests->hwFecIdRequest(fecId).syncId, (Qel::AdjSyncId{2, 1}))
+      << "filed again once, under the new generation";
+}
+
+TEST_F(StartupRecovery, syncEndsOnceTheLfibQuiescesAndSparesARouteOfferedAgainMeanwhile) {
   programFirstRun();
   stopCore();
   routeDel(100);
   routeDel(101);
   transitLfibQuiescedIs(false);
-  restartCore<NonStopCore>();
+  startCore();
   settle();
-  ASSERT_EQ(sm()->staleRecoveredRoutes(), 2u);
-
   routeIs(101, 1);
   settle();
-  EXPECT_FALSE(sm()->staleRecoveredRouteHas(key(101)));
-  EXPECT_TRUE(sm()->staleRecoveredRouteHas(key(100)));
+  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
+  EXPECT_TRUE(hwRoute(100));
 
   transitLfibQuiescedIs(true);
-  advance(Qel::MplsBaseSm::timeoutSyncDelay);
+  settle();
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
   EXPECT_FALSE(hwRoute(100));
   EXPECT_TRUE(hwRoute(101));
-  EXPECT_EQ(published(101).state, Mpls::Hardware::RouteState::routeStateProgrammed);
-}
-
-TEST_F(StartupRecovery, adjacencyIndexesContinueAfterTheHighestRecoveredIndex) {
-  // What an earlier run left in the layer-2 table.
-  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(7));
-  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(41));
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  routeIs(100, 1);
-
-  restartCore<NonStopCore>();
-  settle();
-  EXPECT_EQ(sm()->highestRecoveredHwAdjIndex(), 41u);
-  EXPECT_EQ(published(100).adjacencyIndex, 42u);
-  EXPECT_EQ(hwRoute(100).hwFecId(), 42u);
+  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
 }
 
 TEST_F(StartupRecovery, syncTimeoutForcesTheNormalStageWhenTheLfibNeverQuiesces) {
@@ -147,7 +177,7 @@ TEST_F(StartupRecovery, syncTimeoutForcesTheNormalStageWhenTheLfibNeverQuiesces)
   transitLfibQuiescedIs(false);
   double start = scheduler.now();
 
-  restartCore<NonStopCore>();
+  startCore();
   advance(Qel::MplsBaseSm::timeoutSyncDelay - 1);
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
   EXPECT_TRUE(hwRoute(101));
@@ -163,55 +193,35 @@ TEST_F(StartupRecovery, syncTimeoutForcesTheNormalStageWhenTheLfibNeverQuiesces)
               Qel::MplsBaseSm::timeoutSyncDelay, 0.01);
 }
 
-TEST_F(StartupRecovery, recoveryCompletesAsSoonAsTheLfibQuiescesAfterItsRoutesWereReviewed) {
+TEST_F(StartupRecovery, syncWaitsForTheAllocatorsSyncReportOrTheTimeout) {
   programFirstRun();
-  stopCore();
-  routeDel(101);
-  transitLfibQuiescedIs(false);
-  restartCore<NonStopCore>();
-  settle();
-  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
-  ASSERT_EQ(published(100).state, Mpls::Hardware::RouteState::routeStateProgrammed);
+  Qel::GenerationId generation = 1;
+  for (bool answersLate : {true, false}) {
+    SCOPED_TRACE(answersLate ? "the allocator answers late" : "the allocator never answers");
+    routeIs(101, 1);
+    settle();
+    allocator.answer = false;
+    restartWithoutRoute101();
+    ++generation;
+    settle();
+    EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncResponses);
+    EXPECT_TRUE(hwRoute(101));
 
-  transitLfibQuiescedIs(true);
-  settle();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_FALSE(hwRoute(101));
-}
-
-TEST_F(StartupRecovery, syncWaitsForTheAdjacencySyncResponsesOrTheTimeout) {
-  programFirstRun();
-  stopCore();
-  routeDel(101);
-  auto adjSync = Kiv::make<Qel::QelL3AdjSyncStatusExternal>("adjSyncStatus");
-  adjSync->generationIs(7);
-  Qel::MplsBaseSm::Inputs inputs = coreInputs();
-  inputs.l3AdjSyncStatusExt = adjSync;
-
-  restartCore<NonStopCore>(inputs);
-  settle();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncResponses);
-  EXPECT_TRUE(hwRoute(101));
-
-  adjSync->adjSyncDoneIs(true);
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_FALSE(hwRoute(101));
-  EXPECT_EQ(root->mplsHwSingletonConfig()->endOfMplsSyncAtGeneration(), 7u);
-}
-
-TEST_F(StartupRecovery, missingSyncResponsesAreEndedByTheTimeout) {
-  programFirstRun();
-  stopCore();
-  routeDel(101);
-  Qel::MplsBaseSm::Inputs inputs = coreInputs();
-  inputs.l3AdjSyncStatusExt = Kiv::make<Qel::QelL3AdjSyncStatusExternal>("adjSyncStatus");
-
-  restartCore<NonStopCore>(inputs);
-  advance(Qel::MplsBaseSm::timeoutSyncDelay - 1);
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncResponses);
-  advance(2);
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_FALSE(hwRoute(101));
+    if (answersLate) {
+      allocator.answer = true;
+      allocator.answerAll();
+      settle();
+    } else {
+      advance(Qel::MplsBaseSm::timeoutSyncDelay - 1);
+      EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncResponses);
+      advance(1);
+    }
+    EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+    EXPECT_FALSE(hwRoute(101));
+    EXPECT_TRUE(hwRoute(100));
+    EXPECT_EQ(root->mplsHwSingletonConfig()->endOfMplsSyncAtGeneration(), generation);
+    allocator.answer = true;
+  }
 }
 
 TEST_F(StartupRecovery, nothingIsTouchedUntilTheDriverHasWrittenItsRouteSyncMap) {
@@ -220,11 +230,10 @@ TEST_F(StartupRecovery, nothingIsTouchedUntilTheDriverHasWrittenItsRouteSyncMap)
   routeDel(101);
   routeSyncMapReadyIs(false);
 
-  restartCore<NonStopCore>();
+  startCore();
   advance(5);
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmUnknown);
   EXPECT_EQ(state()->routes(), 0u);
-  EXPECT_EQ(state()->l3Adjacencys(), 0u);
   EXPECT_TRUE(hwRoute(100));
   EXPECT_TRUE(hwRoute(101));
 
@@ -232,14 +241,27 @@ TEST_F(StartupRecovery, nothingIsTouchedUntilTheDriverHasWrittenItsRouteSyncMap)
   settle();
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
   EXPECT_FALSE(hwRoute(101));
-  EXPECT_EQ(published(100).state, Mpls::Hardware::RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+}
+
+TEST_F(StartupRecovery, adjacencyIndexesContinueAfterTheHighestRecoveredIndex) {
+  startAgent(kMediated);
+  // What an earlier run left in the layer-2 table.
+  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(7));
+  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(41));
+  stopCore();
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+
+  startCore();
+  settle();
+  EXPECT_EQ(published(100).adjacencyIndex, 42u);
 }
 
 TEST_F(StartupRecovery, reviewWaitsForTheSystemLfibAndTheFirstAdjacencyGetsIndexOne) {
   systemLfibReadyIs(false);
-  restartCore<NonStopCore>();
+  startAgent(kMediated);
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncMap);
-  EXPECT_FALSE(sm()->allowReview());
 
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
   routeIs(100, 1);
@@ -251,7 +273,7 @@ TEST_F(StartupRecovery, reviewWaitsForTheSystemLfibAndTheFirstAdjacencyGetsIndex
   systemLfibReadyIs(true);
   settle();
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_EQ(published(100).state, Mpls::Hardware::RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
   EXPECT_EQ(published(100).adjacencyIndex, 1u);
 }
 

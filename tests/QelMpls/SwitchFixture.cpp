@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -80,6 +81,65 @@ void TestDriver::answerL2Adjacency(uint64_t id) {
   status->l2AdjacencyIs(st);
 }
 
+TestFecAllocator::TestFecAllocator(Vosh::EntityManager& platform, Korba::EntityManager& korba)
+    : platform_(platform), korba_(korba) {
+  for (const char* path :
+       {Qel::MplsRootSm::kUnicastFecRespPath, Qel::MplsRootSm::kMulticastFecRespPath}) {
+    platform_.mountWriter(path, Qel::FecIdToHwFecIdResponse::collections());
+  }
+  responses =
+      Kiv::make<Qel::FecIdToHwFecIdResponse>(platform_, Qel::MplsRootSm::kUnicastFecRespPath);
+}
+
+void TestFecAllocator::attach() {
+  const char* path = Qel::MplsRootSm::kUnicastFecReqPath;
+  if (!platform_.mounted(path)) platform_.mountReader(path, Vosh::mountTypeReader);
+  requests = Kiv::make<Qel::FecIdToHwFecIdRequest>(platform_, path);
+  requestConnection_ = requests->onHwFecIdRequest().connect([this](const Vosh::Fib::FecId& f) {
+    answerRequest(f);
+    maybeReportSync();
+  });
+  readyConnection_ =
+      requests->onSyncRequestsReady().connect([this](Qel::GenerationId) { maybeReportSync(); });
+  answerAll();
+}
+
+void TestFecAllocator::answerAll() {
+  std::vector<Vosh::Fib::FecId> filed;
+  requests->forEachHwFecIdRequest(
+      [&filed](const Vosh::Fib::FecId& f, const auto&) { filed.push_back(f); });
+  for (const Vosh::Fib::FecId& f : filed) answerRequest(f);
+  maybeReportSync();
+}
+
+void TestFecAllocator::answerRequest(const Vosh::Fib::FecId& fecId) {
+  if (!answer) return;
+  Qel::HwFecIdRequest request = requests->hwFecIdRequest(fecId);
+  if (!request) {
+    responses->hwFecIdDel(fecId);
+    return;
+  }
+  responses->hwFecIdIs(fecId, Qel::HwFecIdResponse{fecId, hwFecIdOf(fecId), request});
+}
+
+void TestFecAllocator::maybeReportSync() {
+  auto status =
+      korba_.entityAs<Qel::QelL3AdjSyncStatusExternal>(korba_.cellPath("qel/sync/adjSyncStatus"));
+  if (!answer || !status) return;
+  Qel::GenerationId ready = 0;
+  requests->forEachSyncRequestsReady(
+      [&ready](Qel::GenerationId g, const Qel::SyncRequestsReady& r) {
+        if (r.ready) ready = std::max(ready, g);
+      });
+  bool answered = true;
+  requests->forEachHwFecIdRequest([&](const Vosh::Fib::FecId& f, const Qel::HwFecIdRequest& r) {
+    answered = answered && responses->hwFecId(f).request == r;
+  });
+  if (ready == 0 || !answered || status->generation() == ready) return;
+  status->generationIs(ready);
+  status->adjSyncDoneIs(true);
+}
+
 void NonStopCore::reviewL3Adj(Qel::L3AdjIndex, Qel::L3Adjacency* adjacency) {
   adjacency->unprogrammedIs(false);
   adjacency->unprogrammedReasonIs(Qel::UnprogrammedReason::unprogrammedReasonNone);
@@ -109,7 +169,8 @@ SwitchFixture::SwitchFixture()
       korba(Kiv::make<Korba::EntityManager>(&scheduler)),
       platform(Kiv::make<Vosh::EntityManager>(prefix, &scheduler)),
       agentShm(Kiv::make<Vosh::EntityManager>(prefix, &scheduler)),
-      driver(*platform, *platform) {
+      driver(*platform, *platform),
+      allocator(*platform, *korba) {
   Qel::featureTogglesReset();
   Qel::registerMplsKorbaTypes(*korba);
   platform->mountWriter(Qel::MplsRootSm::kTransitLfibPath, Mpls::LfibStatus::collections());
@@ -126,7 +187,7 @@ SwitchFixture::SwitchFixture()
   modeConfig = Kiv::make<Qel::MplsProgrammingModeConfig>("modeConfig");
   localLfibInfo = Kiv::make<Mpls::LocalLfibInfo>("localLfibInfo");
   attrLog = Kiv::make<Plin::AttrLogSm>();
-  helper = Kiv::make<QelHelper::MplsSmHelper>("testHelper");
+  helper = Kiv::make<TestHelper>("testHelper");
   hwConfig = Qel::mplsHwConfigFactory("mplsHwConfig");
   hwStatus = Qel::mplsHwStatusFactory("mplsHwStatus");
 }
@@ -141,14 +202,25 @@ SwitchFixture::~SwitchFixture() {
   }
 }
 
-void SwitchFixture::startAgent() {
+void SwitchFixture::startAgent(Qel::MplsSmAdjacencyProgrammer mode) {
   root = Qel::mplsRootSmFactory(modeConfig, helper, korba, attrLog, &scheduler, localLfibInfo,
                                 hwConfig, hwStatus, agentShm);
-  modeConfig->adjacencyProgrammerIs(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect);
+  modeConfig->adjacencyProgrammerIs(mode);
   settle();
   ASSERT_TRUE(root->mplsSm());
   driver.attach();
+  if (mode == Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated) allocator.attach();
   settle();
+}
+
+void SwitchFixture::stopCore() {
+  modeConfig->adjacencyProgrammerIs(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone);
+}
+
+void SwitchFixture::startCore() {
+  modeConfig->adjacencyProgrammerIs(root->adjacencyType());
+  scheduler.runUntil([this] { return root->mplsSm() != nullptr; }, 1.0);
+  ASSERT_TRUE(root->mplsSm());
 }
 
 void SwitchFixture::stopAgent() { root = nullptr; }
@@ -229,17 +301,33 @@ void SwitchFixture::fdbIs(uint16_t vlan, const std::string& mac, const std::stri
 }
 
 void SwitchFixture::mplsViaSetIs(
-    uint32_t id, const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias) {
-  Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeMplsIp, id));
-  uint32_t position = 0;
+    uint32_t id, const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias,
+    uint32_t backupViaSet) {
+  std::vector<Mpls::LfibMplsVia> made;
   for (const auto& [nextHop, intf, label] : vias) {
-    Mpls::LfibMplsVia via;
+    made.push_back(mplsVia(nextHop, intf, Bexo::mplsActionSwap, {Bexo::MplsLabel(label)}));
+  }
+  viaSetIs(id, std::move(made), backupViaSet);
+}
+
+Mpls::LfibMplsVia SwitchFixture::mplsVia(const std::string& nextHop, const std::string& intf,
+                                         Bexo::MplsLabelAction action, Bexo::MplsLabelStack labels,
+                                         Mpls::PayloadType payload) {
+  Mpls::LfibMplsVia via;
+  via.labelOperation = Bexo::UnboundedMplsLabelOperation(action, labels);
+  via.intf = Bexo::IntfId::fromString(intf);
+  via.nextHop = Bexo::IpGenAddr::fromString(nextHop);
+  via.payloadType = payload;
+  return via;
+}
+
+void SwitchFixture::viaSetIs(uint32_t id, std::vector<Mpls::LfibMplsVia> vias,
+                             uint32_t backupViaSet) {
+  Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeMplsIp, id));
+  if (backupViaSet) set.backupViaSetKeyIs(Mpls::LfibViaSetKey(Mpls::viaTypeMplsIp, backupViaSet));
+  uint32_t position = 0;
+  for (Mpls::LfibMplsVia& via : vias) {
     via.viaKey = Mpls::LfibViaKey(Mpls::viaTypeMplsIp, nextViaIndex++);
-    via.labelOperation = Bexo::UnboundedMplsLabelOperation(
-        Bexo::mplsActionSwap, Bexo::MplsLabelStack{Bexo::MplsLabel(label)});
-    via.intf = Bexo::IntfId::fromString(intf);
-    via.nextHop = Bexo::IpGenAddr::fromString(nextHop);
-    via.payloadType = Mpls::PayloadType::payloadMpls;
     lfib->mplsViaIs(via);
     set.viaKeyIs(Mpls::LfibViaIndexRange(position++), via.viaKey);
   }
@@ -322,6 +410,17 @@ Vosh::Qel::MplsHwRouteConfig SwitchFixture::hwRoute(uint32_t label) const {
 
 Vosh::Qel::MplsHwL2AdjacencyConfig SwitchFixture::hwL2(uint64_t id) const {
   return driver.config->l2Adjacency(id);
+}
+
+Vosh::Fib::FecId SwitchFixture::fecIdOf(uint32_t viaSet) const {
+  return allocator.requests->objTupleToFecId(static_cast<uint64_t>(Mpls::viaTypeMplsIp) << 32 |
+                                             viaSet);
+}
+
+Vosh::Fib::Fec SwitchFixture::filedFec(uint32_t viaSet) const {
+  Vosh::Fib::FecId fecId = fecIdOf(viaSet);
+  if (fecId.adjType() == Vosh::Fib::AdjType::mpls6Adj) return allocator.requests->fec6(fecId);
+  return allocator.requests->fec(fecId);
 }
 
 Mpls::Hardware::RouteInfo SwitchFixture::published(uint32_t label) const {

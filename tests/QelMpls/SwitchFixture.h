@@ -1,11 +1,12 @@
 #pragma once
 
 // A switch built in stages for the library's tests: the platform side
-// (LFIB, ARP, MAC table and interface producers, and a driver that answers
-// the hardware tables) around a root state machine in the direct mode, all on
-// one virtual-time scheduler. The root's core can be replaced by another one
-// built over the same mounted inputs, which is what an agent restart looks
-// like from the hardware's side.
+// (LFIB, ARP, MAC table and interface producers, a driver that answers the
+// hardware tables and a FEC allocator that answers FEC requests) around a
+// root state machine in the direct or the mediated mode, all on one
+// virtual-time scheduler. The root's core can be stopped and built again over
+// the same mounted inputs, which is what an agent restart looks like from the
+// hardware's side.
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@
 #include "Qel/FeatureToggle.h"
 #include "QelMpls/root/QelMplsRootSm.h"
 #include "korba/EntityManager.h"
+#include "models/FecRequest.h"
 #include "vosh/EntityManager.h"
 
 namespace QelTest {
@@ -45,6 +47,39 @@ class TestDriver {
   Kiv::Connection l2Connection_;
 };
 
+// Grants hardware FEC ids the way a platform's FEC allocator does: it owns the
+// answer tables (so it exists before the agent), answers each request with a
+// hardware id fixed by the FEC id and a copy of the request, withdraws the
+// answer with the request, and reports a generation's adjacencies synchronised
+// once that generation is declared ready and every request is answered.
+class TestFecAllocator {
+ public:
+  TestFecAllocator(Vosh::EntityManager& platform, Korba::EntityManager& korba);
+  void attach();
+  // Answers what was filed while `answer` was off.
+  void answerAll();
+  static uint64_t hwFecIdOf(Vosh::Fib::FecId fecId) { return 0x10000 + fecId.index(); }
+  bool answer = true;
+  Kiv::Ptr<Qel::FecIdToHwFecIdRequest> requests;
+  Kiv::Ptr<Qel::FecIdToHwFecIdResponse> responses;
+
+ private:
+  void answerRequest(const Vosh::Fib::FecId& fecId);
+  void maybeReportSync();
+  Vosh::EntityManager& platform_;
+  Korba::EntityManager& korba_;
+  Kiv::Connection requestConnection_;
+  Kiv::Connection readyConnection_;
+};
+
+// A helper for a platform that may keep forwarding across an agent restart.
+class TestHelper : public QelHelper::MplsSmHelper {
+ public:
+  using QelHelper::MplsSmHelper::MplsSmHelper;
+  bool mplsNonStopForwardingSupported() const override { return nonStopForwarding; }
+  bool nonStopForwarding = false;
+};
+
 // A core for a platform whose hardware keeps forwarding across an agent
 // restart. It points each route at a hardware FEC named after the route's
 // layer-3 adjacency and writes no layer-2 records, as a FEC-based platform
@@ -65,7 +100,8 @@ class SwitchFixture : public ::testing::Test {
   ~SwitchFixture() override;
 
   // Creates the root and lets it mount and build its state machines.
-  void startAgent();
+  void startAgent(
+      Qel::MplsSmAdjacencyProgrammer mode = Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect);
   void stopAgent();
   // Lets every reaction, review pass and driver answer due in the next half second run.
   void settle() { scheduler.advance(0.5); }
@@ -89,7 +125,11 @@ class SwitchFixture : public ::testing::Test {
   Core* restartCore() {
     return restartCore<Core>(coreInputs());
   }
-  void stopCore() { root->mplsSmIs(nullptr); }
+  // An agent restart as the root sees it: the programmer goes to none (the
+  // state machines go, every mounted entity stays) and back. startCore
+  // returns as soon as the new core is built, before any of its tasks ran.
+  void stopCore();
+  void startCore();
 
   // Writes a toggle file in a directory of this test's own and makes the
   // process read toggles from there.
@@ -101,9 +141,15 @@ class SwitchFixture : public ::testing::Test {
   void arpIs(const std::string& ip, const std::string& intf, const std::string& mac);
   void arpDel(const std::string& ip, const std::string& intf);
   void fdbIs(uint16_t vlan, const std::string& mac, const std::string& port);
-  // A via set of MPLS-over-IP vias: "nexthop intf label" each.
+  // A via set of MPLS-over-IP vias: "nexthop intf label" each, swapping.
   void mplsViaSetIs(uint32_t id,
-                    const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias);
+                    const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias,
+                    uint32_t backupViaSet = 0);
+  static Mpls::LfibMplsVia mplsVia(const std::string& nextHop, const std::string& intf,
+                                   Bexo::MplsLabelAction action, Bexo::MplsLabelStack labels,
+                                   Mpls::PayloadType payload = Mpls::PayloadType::payloadMpls);
+  // Writes the vias under fresh via keys, then the via set naming them.
+  void viaSetIs(uint32_t id, std::vector<Mpls::LfibMplsVia> vias, uint32_t backupViaSet = 0);
   void viaSetDel(uint32_t id, Mpls::LfibViaType type = Mpls::viaTypeMplsIp);
   void externalFecViaSetIs(uint32_t id);
   void routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type = Mpls::viaTypeMplsIp,
@@ -126,6 +172,9 @@ class SwitchFixture : public ::testing::Test {
   Mpls::Hardware::RouteInfo published(uint32_t label) const;
   bool isPublished(uint32_t label) const;
   Qel::MplsSmStartupStatus stage() const { return sm()->mplsSmStartupStatus(); }
+  // The FEC id the agent filed for an MPLS-over-IP via set, and its description.
+  Vosh::Fib::FecId fecIdOf(uint32_t viaSet) const;
+  Vosh::Fib::Fec filedFec(uint32_t viaSet) const;
   static Mpls::RouteKey key(uint32_t label) { return Mpls::RouteKey(Bexo::MplsLabel(label)); }
   // Checks that nothing a route needed is left behind once no route is left.
   void expectNoRouteResourcesLeft() const;
@@ -141,12 +190,13 @@ class SwitchFixture : public ::testing::Test {
   Kiv::Ptr<Qel::MplsProgrammingModeConfig> modeConfig;
   Kiv::Ptr<Mpls::LocalLfibInfo> localLfibInfo;
   Kiv::Ptr<Plin::AttrLogSm> attrLog;
-  Kiv::Ptr<QelHelper::MplsSmHelper> helper;
+  Kiv::Ptr<TestHelper> helper;
   // The agent's state-database hardware singletons: they outlive its cores.
   Kiv::Ptr<Qel::MplsHwConfig> hwConfig;
   Kiv::Ptr<Qel::MplsHwStatus> hwStatus;
   Kiv::Ptr<Qel::MplsRootSm> root;
   TestDriver driver;
+  TestFecAllocator allocator;
   uint32_t nextViaIndex = 1;
   std::string toggleDir;
 };

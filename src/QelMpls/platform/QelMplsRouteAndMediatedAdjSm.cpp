@@ -572,6 +572,9 @@ void MplsRouteAndMediatedAdjSm::processExtFecL3Adj(L3Adjacency* adjacency,
     setAdjHwState(info.get(), answer.hwFecId, answer.hwFecIdValid());
   }
   attachExtFecInfo(adjacency, info);
+  // It reports its via set to the LFIB producer as a regular one does, and
+  // must take the report away with it.
+  adjacency->lFibAdjTypeIs(L3AdjLFibAdjType::adjTypeRegular);
   lfibHwStatus()->viaSetIs(adjacency->viaSetKey(),
                            Mpls::LfibViaSetHwStatus{adjacency->viaSetKey(),
                                                     info->forwarding() ? 1u : 0u, 0});
