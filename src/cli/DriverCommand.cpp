@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "plin/TaskScheduler.h"
+#include "sim/FecAllocator.h"
 #include "sim/HwDriver.h"
 
 namespace Cli {
@@ -40,10 +41,17 @@ int driverCommand(const DriverArgs& args) {
   config.l2AdjCapacity = args.l2AdjCapacity;
   config.answerDelay = args.answerDelay;
   config.failLabels = args.failLabels;
+  Sim::FecAllocatorConfig fecConfig;
+  fecConfig.answerDelay = args.fecAnswerDelay;
+  fecConfig.capacity = args.fecCapacity;
   auto em = Kiv::make<Vosh::EntityManager>(args.prefix, &scheduler);
+  Sim::FecAllocator allocator(args.prefix, &scheduler, fecConfig);
   Sim::HwDriver driver(em, config);
+  driver.fecAllocatorIs(&allocator);
+  // Each agent start makes its tables anew; both follow the tables they find.
   Plin::Task attachTask(&scheduler, Sim::HwDriver::kTaskPriority, "qelmpls-driver-attach", [&] {
-    if (driver.attach()) {
+    const bool allocatorAttached = allocator.attach();
+    if (driver.attach() && allocatorAttached) {
       fmt::print(stderr, "qelmpls driver: reading the agent's tables\n");
     } else {
       attachTask.scheduleAfter(kAttachRetry);
@@ -56,9 +64,13 @@ int driverCommand(const DriverArgs& args) {
   const Sim::HwDriver::Counters& c = driver.counters();
   fmt::print(
       "driver: {} route answers ({} refused), {} layer-2 answers ({} refused), {} statuses "
-      "deleted; hardware holds {} routes, {} layer-2 adjacencies\n",
+      "deleted; hardware holds {} routes, {} layer-2 adjacencies; {} route deletes, {} route "
+      "repoints, {} layer-2 deletes\n",
       c.routeAnswers, c.routesRefused, c.l2Answers, c.l2Refused, c.statusDeleted, driver.hwRoutes(),
-      driver.hwL2Adjacencies());
+      driver.hwL2Adjacencies(), c.hwRouteDeletes, c.hwRouteRepoints, c.hwL2Deletes);
+  const Sim::FecAllocator::Counters& f = allocator.counters();
+  fmt::print("fec allocator: {} FEC ids requested, {} answers, {} hardware FEC ids granted\n",
+             f.fecRequests, f.fecAnswers, allocator.grants());
   return 0;
 }
 

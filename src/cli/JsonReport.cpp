@@ -27,6 +27,9 @@ nlohmann::ordered_json routeJson(const Sim::RouteRow& r) {
           {"inHardware", r.inHardware},
           {"adjacencyIdType", r.adjacencyIdType},
           {"adjacencyId", r.adjacencyId},
+          {"fecId", r.fecId},
+          {"hwFecId", r.adjacencyIdType == "adjIdTypeHardware" ? nlohmann::ordered_json(r.adjacencyId)
+                                                               : nlohmann::ordered_json()},
           {"version", r.version},
           {"vias", std::move(vias)}};
 }
@@ -38,6 +41,27 @@ nlohmann::ordered_json l2Json(const Sim::L2Row& r) {
           {"version", r.version},
           {"state", r.state},
           {"routes", r.routes},
+          {"vias", std::move(vias)}};
+}
+
+nlohmann::ordered_json fecViaJson(const Vosh::Fib::FecVia& via) {
+  return {{"interface", fmt::format("{}", via.intf)},
+          {"nextHop", fmt::format("{}", via.nextHop)},
+          {"action", std::string(Bexo::stringValue(via.labelAction))},
+          {"label", via.label.value()},
+          {"weight", via.weight},
+          {"labelStackDepth", via.labelStackDepth},
+          {"skipEgressAcl", via.skipEgressAcl}};
+}
+
+nlohmann::ordered_json fecJson(const Sim::FecRow& f) {
+  nlohmann::ordered_json vias = nlohmann::ordered_json::array();
+  for (const auto& via : f.vias) vias.push_back(fecViaJson(via));
+  return {{"fecId", f.fecId},
+          {"hwFecId", f.hwFecId ? nlohmann::ordered_json(*f.hwFecId) : nlohmann::ordered_json()},
+          {"owner", f.external ? "external" : "agent"},
+          {"backupFecId", f.backupFecId},
+          {"routes", f.routes},
           {"vias", std::move(vias)}};
 }
 
@@ -66,6 +90,8 @@ nlohmann::ordered_json toJson(const Sim::Report& report, bool settled) {
   for (const Sim::RouteRow& r : report.routes) out["routes"].push_back(routeJson(r));
   out["l2Adjacencies"] = nlohmann::ordered_json::array();
   for (const Sim::L2Row& r : report.l2Adjacencies) out["l2Adjacencies"].push_back(l2Json(r));
+  out["fecs"] = nlohmann::ordered_json::array();
+  for (const Sim::FecRow& f : report.fecs) out["fecs"].push_back(fecJson(f));
   out["decap"] = nlohmann::ordered_json::array();
   out["pseudowires"] = nlohmann::ordered_json::array();
   out["multicast"] = nlohmann::ordered_json::array();

@@ -117,12 +117,8 @@ int play(const RunArgs& args, const Sim::Scenario& scenario, const std::string& 
 }  // namespace
 
 int runCommand(const RunArgs& args) {
-  if (!args.mode.empty() && args.mode != "direct") {
-    if (args.mode == "mediated") {
-      fmt::print(stderr, "qelmpls: --mode: mediated mode is not supported yet\n");
-    } else {
-      fmt::print(stderr, "qelmpls: --mode: expected direct or mediated (found '{}')\n", args.mode);
-    }
+  if (!args.mode.empty() && args.mode != "direct" && args.mode != "mediated") {
+    fmt::print(stderr, "qelmpls: --mode: expected direct or mediated (found '{}')\n", args.mode);
     return kExitBadInput;
   }
   Sim::Scenario scenario;
@@ -132,6 +128,10 @@ int runCommand(const RunArgs& args) {
   } catch (const Sim::ScenarioError& e) {
     fmt::print(stderr, "{}\n", e.what());
     return kExitBadInput;
+  }
+  if (!args.mode.empty()) {
+    scenario.mode =
+        args.mode == "mediated" ? Sim::ProgrammingMode::mediated : Sim::ProgrammingMode::direct;
   }
   if (args.check && !scenario.expect) {
     fmt::print(stderr, "{}: --check: the scenario has no expect section\n", scenario.file);

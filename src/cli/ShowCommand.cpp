@@ -27,6 +27,8 @@ int showCommand(const ShowArgs& args) {
     printRoutes(std::cout, report, args.maxRows);
   } else if (args.what == "l2") {
     printL2Adjacencies(std::cout, report, args.maxRows);
+  } else if (args.what == "fecs") {
+    printFecs(std::cout, report, args.maxRows);
   } else {
     printStatus(std::cout, report);
   }

@@ -26,6 +26,26 @@ void printLeftOut(std::ostream& out, size_t total, size_t shown) {
   }
 }
 
+bool pointsAtHwFec(const Sim::RouteRow& r) {
+  return r.inHardware && r.adjacencyIdType == "adjIdTypeHardware";
+}
+
+// A route's layer-2 adjacency, or in the mediated mode its FEC and hardware FEC.
+std::vector<std::string> targetCells(const Sim::RouteRow& r, bool fecs) {
+  const std::string l2 = r.inHardware && !pointsAtHwFec(r) ? std::to_string(r.adjacencyId) : "-";
+  if (!fecs) return {l2};
+  return {l2, r.fecId ? fmt::format("{:#x}", r.fecId) : "-",
+          pointsAtHwFec(r) ? fmt::format("{:#x}", r.adjacencyId) : "-"};
+}
+
+std::string fecViaText(const Vosh::Fib::FecVia& via) {
+  std::string label = via.labelAction == Bexo::mplsActionPop
+                          ? std::string("pop")
+                          : fmt::format("{} {}", Bexo::stringValue(via.labelAction), via.label);
+  return fmt::format("{} {} {}{}", via.intf, via.nextHop, label,
+                     via.weight == 1 ? std::string() : fmt::format(" weight {}", via.weight));
+}
+
 }  // namespace
 
 TablePrinter::TablePrinter(std::vector<std::string> headers) {
@@ -56,16 +76,40 @@ std::string viaText(const Mpls::Hardware::L2Via& via) {
 }
 
 void printRoutes(std::ostream& out, const Sim::Report& report, size_t maxRows) {
-  TablePrinter table({"LABEL", "SOURCE", "STATE", "REASON", "L3ADJ", "L2ADJ", "VIAS"});
+  const bool fecs = std::any_of(report.routes.begin(), report.routes.end(), pointsAtHwFec);
+  std::vector<std::string> headers = {"LABEL", "SOURCE", "STATE", "REASON", "L3ADJ", "L2ADJ"};
+  if (fecs) headers.insert(headers.end(), {"FEC", "HWFEC"});
+  headers.push_back("VIAS");
+  TablePrinter table(std::move(headers));
   size_t shown = std::min(maxRows, report.routes.size());
   for (size_t i = 0; i < shown; ++i) {
     const Sim::RouteRow& r = report.routes[i];
-    table.row({fmt::format("{}", r.key.topLabel()), fmt::format("{}", r.key.source()), r.state,
-               orDash(r.reason), r.l3Adjacency ? std::to_string(r.l3Adjacency) : "-",
-               r.inHardware ? std::to_string(r.adjacencyId) : "-", viasText(r.vias)});
+    std::vector<std::string> cells = {fmt::format("{}", r.key.topLabel()),
+                                      fmt::format("{}", r.key.source()), r.state, orDash(r.reason),
+                                      r.l3Adjacency ? std::to_string(r.l3Adjacency) : "-"};
+    for (std::string& cell : targetCells(r, fecs)) cells.push_back(std::move(cell));
+    cells.push_back(viasText(r.vias));
+    table.row(std::move(cells));
   }
   table.print(out);
   printLeftOut(out, report.routes.size(), shown);
+}
+
+void printFecs(std::ostream& out, const Sim::Report& report, size_t maxRows) {
+  TablePrinter table({"FEC", "HWFEC", "OWNER", "ROUTES", "BACKUP", "VIAS"});
+  size_t shown = std::min(maxRows, report.fecs.size());
+  for (size_t i = 0; i < shown; ++i) {
+    const Sim::FecRow& f = report.fecs[i];
+    std::string vias;
+    for (const Vosh::Fib::FecVia& via : f.vias) {
+      vias += fmt::format("{}{}", vias.empty() ? "" : "; ", fecViaText(via));
+    }
+    table.row({fmt::format("{:#x}", f.fecId), f.hwFecId ? fmt::format("{:#x}", *f.hwFecId) : "-",
+               f.external ? "external" : "agent", std::to_string(f.routes),
+               f.backupFecId ? fmt::format("{:#x}", f.backupFecId) : "-", orDash(vias)});
+  }
+  table.print(out);
+  printLeftOut(out, report.fecs.size(), shown);
 }
 
 void printL2Adjacencies(std::ostream& out, const Sim::Report& report, size_t maxRows) {

@@ -26,6 +26,7 @@ class TablePrinter {
 // At most `maxRows` rows, then a line saying how many were left out.
 void printRoutes(std::ostream& out, const Sim::Report& report, size_t maxRows);
 void printL2Adjacencies(std::ostream& out, const Sim::Report& report, size_t maxRows);
+void printFecs(std::ostream& out, const Sim::Report& report, size_t maxRows);
 void printSummary(std::ostream& out, const Sim::Report& report, bool settled);
 // What the shared-memory tables hold, in counts.
 void printStatus(std::ostream& out, const Sim::Report& report);

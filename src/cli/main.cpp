@@ -1,5 +1,6 @@
 // qelmpls: plays scenarios on the simulated switch, shows what an agent
-// programmed, runs the simulated driver on its own and writes scale scenarios.
+// programmed, runs the simulated driver and FEC allocator on their own and
+// writes scale scenarios.
 
 #include <iostream>
 
@@ -24,7 +25,7 @@ int main(int argc, char** argv) {
   CLI::App* runCmd = app.add_subcommand("run", "play a scenario file and show the result");
   runCmd->add_option("file", run.file, "scenario file (YAML)")->required();
   runCmd->add_option("--mode", run.mode,
-                     "programming mode: direct (mediated is not supported yet)");
+                     "programming mode, direct or mediated (default: the scenario's)");
   runCmd->add_flag("--check", run.check, "verify the scenario's expect section (exit 1 if not)");
   runCmd->add_option("--json", run.jsonOut,
                      "write the final state as JSON to this file (- for stdout)");
@@ -40,9 +41,9 @@ int main(int argc, char** argv) {
 
   Cli::ShowArgs show;
   CLI::App* showCmd = app.add_subcommand("show", "show an agent's shared-memory tables");
-  showCmd->add_option("what", show.what, "routes, l2 or status")
+  showCmd->add_option("what", show.what, "routes, l2, fecs or status")
       ->required()
-      ->check(CLI::IsMember({"routes", "l2", "status"}));
+      ->check(CLI::IsMember({"routes", "l2", "fecs", "status"}));
   showCmd->add_option("--prefix", show.prefix, "the agent's shared-memory prefix")->required();
   showCmd->add_flag("--json", show.json, "print JSON");
   showCmd->add_option("--max-rows", show.maxRows, "rows shown in a table");
@@ -77,6 +78,9 @@ int main(int argc, char** argv) {
   driverCmd->add_option("--l2-capacity", driver.l2AdjCapacity, "layer-2 adjacencies it holds");
   driverCmd->add_option("--answer-delay", driver.answerDelay, "seconds before each answer");
   driverCmd->add_option("--fail-label", failLabels, "answer routes of this label invalid FEC");
+  driverCmd->add_option("--fec-answer-delay", driver.fecAnswerDelay,
+                        "seconds before the FEC allocator answers a request");
+  driverCmd->add_option("--fec-capacity", driver.fecCapacity, "hardware FEC ids it grants");
 
   try {
     app.parse(argc, argv);

@@ -5,8 +5,8 @@
 namespace Sim {
 
 Agent::Agent(Plin::TaskScheduler* scheduler, Kiv::Ptr<Korba::EntityManager> korba,
-             std::string prefix)
-    : scheduler_(scheduler), korba_(std::move(korba)), prefix_(std::move(prefix)) {}
+             std::string prefix, ProgrammingMode mode)
+    : scheduler_(scheduler), korba_(std::move(korba)), prefix_(std::move(prefix)), mode_(mode) {}
 
 Agent::~Agent() { stop(); }
 
@@ -15,12 +15,15 @@ void Agent::start() {
   ++starts_;
   vosh_ = Kiv::make<Vosh::EntityManager>(prefix_, scheduler_);
   modeConfig_ = Kiv::make<Qel::MplsProgrammingModeConfig>("mplsProgrammingModeConfig");
-  modeConfig_->adjacencyProgrammerIs(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect);
+  const bool mediated = mode_ == ProgrammingMode::mediated;
+  modeConfig_->adjacencyProgrammerIs(
+      mediated ? Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated
+               : Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect);
   localLfibInfo_ = Kiv::make<Mpls::LocalLfibInfo>("localLfibInfo");
   localLfibInfo_->systemLfibReadyIs(true);
   hwConfig_ = Qel::mplsHwConfigFactory("mplsHwConfig");
   hwStatus_ = Qel::mplsHwStatusFactory("mplsHwStatus");
-  root_ = Qel::mplsRootSmFactory(modeConfig_, Kiv::make<SimHelper>(), korba_,
+  root_ = Qel::mplsRootSmFactory(modeConfig_, Kiv::make<SimHelper>(mediated), korba_,
                                  Kiv::make<Plin::AttrLogSm>(), scheduler_, localLfibInfo_,
                                  hwConfig_, hwStatus_, vosh_);
 }

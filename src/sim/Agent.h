@@ -3,7 +3,7 @@
 // One run of the forwarding agent's MPLS library, built the way an agent
 // builds it: its own shared-memory entity manager (a process's mappings), the
 // platform helper, the attribute log, the local LFIB view and the two
-// hardware singletons, and the root state machine in the direct mode.
+// hardware singletons, and the root state machine in the scenario's mode.
 //
 // stop() tears the library down the way a dying agent process would: the
 // root goes, and with it every mapping the agent held; what it wrote into
@@ -15,13 +15,15 @@
 #include "korba/EntityManager.h"
 #include "plin/AttrLogSm.h"
 #include "plin/TaskScheduler.h"
+#include "sim/Scenario.h"
 #include "vosh/EntityManager.h"
 
 namespace Sim {
 
 class Agent {
  public:
-  Agent(Plin::TaskScheduler* scheduler, Kiv::Ptr<Korba::EntityManager> korba, std::string prefix);
+  Agent(Plin::TaskScheduler* scheduler, Kiv::Ptr<Korba::EntityManager> korba, std::string prefix,
+        ProgrammingMode mode);
   ~Agent();
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
@@ -40,6 +42,7 @@ class Agent {
   Plin::TaskScheduler* scheduler_;
   Kiv::Ptr<Korba::EntityManager> korba_;
   std::string prefix_;
+  ProgrammingMode mode_;
   uint32_t starts_ = 0;
   Kiv::Ptr<Vosh::EntityManager> vosh_;
   Kiv::Ptr<Qel::MplsProgrammingModeConfig> modeConfig_;

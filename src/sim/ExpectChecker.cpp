@@ -1,6 +1,8 @@
 #include "sim/ExpectChecker.h"
 
 #include <algorithm>
+#include <cctype>
+#include <string_view>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -53,6 +55,21 @@ bool l2Matches(const std::vector<L2ViaExpect>& expected,
   return true;
 }
 
+// "adjIdTypeHardware" as a scenario names it: "hardware".
+std::string adjIdTypeName(const std::string& stored) {
+  constexpr std::string_view kPrefix = "adjIdType";
+  if (stored.rfind(kPrefix, 0) != 0 || stored.size() == kPrefix.size()) return stored;
+  std::string name = stored.substr(kPrefix.size());
+  name[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(name[0])));
+  return name;
+}
+
+std::string hwFecIdFound(const std::string& expected, const RouteRow& row) {
+  const bool valid = row.adjacencyIdType == "adjIdTypeHardware" && row.fecId != 0;
+  if (expected == "valid" || expected == "invalid") return valid ? "valid" : "invalid";
+  return row.adjacencyIdType == "adjIdTypeHardware" ? std::to_string(row.adjacencyId) : "none";
+}
+
 void checkRoute(const RouteExpect& expect, const Report& report,
                 std::vector<ExpectFailure>& failures) {
   const std::string what = fmt::format("routes.\"{}\"", expect.key);
@@ -75,6 +92,14 @@ void checkRoute(const RouteExpect& expect, const Report& report,
   if (expect.reason && *expect.reason != (row->reason.empty() ? "none" : row->reason)) {
     failures.push_back({expect.line, what + ".reason", *expect.reason,
                         row->reason.empty() ? "none" : row->reason});
+  }
+  if (expect.adjIdType && *expect.adjIdType != adjIdTypeName(row->adjacencyIdType)) {
+    failures.push_back({expect.line, what + ".adjIdType", *expect.adjIdType,
+                        row->inHardware ? adjIdTypeName(row->adjacencyIdType) : "no record"});
+  }
+  if (expect.hwFecId && *expect.hwFecId != hwFecIdFound(*expect.hwFecId, *row)) {
+    failures.push_back(
+        {expect.line, what + ".hwFecId", *expect.hwFecId, hwFecIdFound(*expect.hwFecId, *row)});
   }
   if (expect.l2 && !l2Matches(*expect.l2, row->vias)) {
     std::vector<std::string> want;
@@ -108,6 +133,17 @@ std::vector<ExpectFailure> checkExpectations(const Expectations& expect, const R
     bool logged = std::any_of(report.logs.begin(), report.logs.end(),
                               [&name](const LogRow& log) { return log.name == name; });
     if (!logged) failures.push_back({expect.logLine, "log", name, "not logged"});
+  }
+  for (const CounterExpect& counter : expect.counters) {
+    auto found = std::find_if(report.counters.begin(), report.counters.end(),
+                              [&counter](const auto& c) { return c.first == counter.name; });
+    if (found == report.counters.end()) {
+      failures.push_back({counter.line, "counters." + counter.name,
+                          std::to_string(counter.value), "not counted in this run"});
+    } else {
+      checkCount(counter.value, found->second, counter.line, "counters." + counter.name,
+                 failures);
+    }
   }
   return failures;
 }

@@ -3,6 +3,8 @@
 #include <bit>
 
 #include "kiv/Entity.h"
+#include "sim/FecAllocator.h"
+#include "sim/SharedTables.h"
 
 namespace Sim {
 
@@ -17,16 +19,6 @@ uint64_t packRouteKey(const Mpls::RouteKey& key) {
 Mpls::RouteKey unpackRouteKey(uint64_t packed) {
   return Mpls::RouteKey(Bexo::MplsLabel(static_cast<uint32_t>(packed >> 8)),
                         static_cast<Mpls::LfibSource>(packed & 0xff));
-}
-
-bool tableExists(Vosh::EntityManager& em, const char* path) {
-  if (em.mounted(path)) return true;
-  try {
-    em.mountReader(path, Vosh::mountTypeSharedReader);
-    return true;
-  } catch (const Vosh::MountError&) {
-    return false;
-  }
 }
 
 }  // namespace
@@ -61,7 +53,7 @@ HwDriver::~HwDriver() {
 
 void HwDriver::recoverHardware() {
   status_->forEachMplsHwRoute([this](const Mpls::RouteKey& key, const auto& s) {
-    if (s.state == Vosh::Qel::mplsHwRouteStateProgrammed) hwRoutes_.insert(key);
+    if (s.state == Vosh::Qel::mplsHwRouteStateProgrammed) hwRoutes_.insert(key, 0);
   });
   status_->forEachL2Adjacency([this](MplsHwL2AdjacencyId id, const auto& s) {
     if (s.state == Vosh::Qel::mplsHwL2AdjStateProgrammed) hwL2Adjacencies_.insert(id);
@@ -70,9 +62,10 @@ void HwDriver::recoverHardware() {
 
 bool HwDriver::attach() {
   if (attached()) return true;
-  if (!tableExists(*em_, kRouteConfigPath)) return false;
+  if (!tableReadable(*em_, kRouteConfigPath)) return false;
   config_ = Kiv::make<Vosh::Qel::MplsHwCollectionConfig>(*em_, kRouteConfigPath);
   reactors_ = std::make_unique<Reactors>(this, *config_);
+  learnRecoveredTargets();
   // What the agent wrote before the driver looked, and what the hardware
   // answered for records that are gone since, are changes like any other.
   config_->forEachL2Adjacency(
@@ -85,6 +78,22 @@ bool HwDriver::attach() {
     if (!config_->mplsHwRouteHas(k)) queueRoute(k);
   });
   return true;
+}
+
+HwDriver::Target HwDriver::targetOf(const Vosh::Qel::MplsHwRouteConfig& config) {
+  return (uint64_t{config.adjacencyIdType} << 62) | (config.adjacencyId & ((uint64_t{1} << 62) - 1));
+}
+
+// A recovered route forwards to what its record said when it was answered.
+void HwDriver::learnRecoveredTargets() {
+  std::vector<Mpls::RouteKey> keys;
+  for (const auto& entry : hwRoutes_) keys.push_back(entry.first);
+  for (const Mpls::RouteKey& key : keys) {
+    Vosh::Qel::MplsHwRouteConfig config = config_->mplsHwRoute(key);
+    if (config && status_->mplsHwRoute(key).version == config.version) {
+      *hwRoutes_.find(key) = targetOf(config);
+    }
+  }
 }
 
 void HwDriver::queueRoute(const Mpls::RouteKey& key) {
@@ -125,7 +134,7 @@ void HwDriver::answerL2Adjacency(MplsHwL2AdjacencyId id) {
   if (!pendingL2_.erase(id)) return;
   Vosh::Qel::MplsHwL2AdjacencyConfig config = config_->l2Adjacency(id);
   if (!config) {
-    hwL2Adjacencies_.erase(id);
+    if (hwL2Adjacencies_.erase(id)) ++counters_.hwL2Deletes;
     if (status_->l2AdjacencyHas(id)) {
       status_->l2AdjacencyDel(id);
       ++counters_.statusDeleted;
@@ -151,7 +160,7 @@ void HwDriver::answerRoute(const Mpls::RouteKey& key) {
   if (!pendingRoutes_.erase(key)) return;
   Vosh::Qel::MplsHwRouteConfig config = config_->mplsHwRoute(key);
   if (!config) {
-    hwRoutes_.erase(key);
+    if (hwRoutes_.erase(key)) ++counters_.hwRouteDeletes;
     status_->mplsRouteSyncMapDel(key);
     if (status_->mplsHwRouteHas(key)) {
       status_->mplsHwRouteDel(key);
@@ -164,7 +173,7 @@ void HwDriver::answerRoute(const Mpls::RouteKey& key) {
   // NOTE: the adjacency a route points at is answered first, so that the
   // route is judged against what the hardware holds.
   if (l2 != Vosh::Qel::kAllOnes && pendingL2_.contains(l2)) answerL2Adjacency(l2);
-  routeStatusIs(routeVerdict(config));
+  routeStatusIs(routeVerdict(config), targetOf(config));
 }
 
 Vosh::Qel::MplsHwRouteStatus HwDriver::routeVerdict(const Vosh::Qel::MplsHwRouteConfig& config) {
@@ -174,6 +183,9 @@ Vosh::Qel::MplsHwRouteStatus HwDriver::routeVerdict(const Vosh::Qel::MplsHwRoute
   status.state = Vosh::Qel::mplsHwRouteStateUnprogrammed;
   MplsHwL2AdjacencyId l2 = config.l2AdjId();
   if (driverConfig_.failLabels.contains(config.routeKey.topLabel().value())) {
+    status.reason = Vosh::Qel::mplsHwUnprogReasonInvalidFecId;
+  } else if (config.adjacencyIdType == Vosh::Qel::adjIdTypeHardware &&
+             !(fecAllocator_ && fecAllocator_->granted(config.hwFecId()))) {
     status.reason = Vosh::Qel::mplsHwUnprogReasonInvalidFecId;
   } else if (l2 != Vosh::Qel::kAllOnes && !hwL2Adjacencies_.contains(l2)) {
     // Either refused for capacity or never written: the hardware has nothing
@@ -192,15 +204,19 @@ Vosh::Qel::MplsHwRouteStatus HwDriver::routeVerdict(const Vosh::Qel::MplsHwRoute
   return status;
 }
 
-void HwDriver::routeStatusIs(const Vosh::Qel::MplsHwRouteStatus& status) {
+void HwDriver::routeStatusIs(const Vosh::Qel::MplsHwRouteStatus& status, const Target& target) {
   ++counters_.routeAnswers;
   const Mpls::RouteKey& key = status.routeKey;
   if (status.state == Vosh::Qel::mplsHwRouteStateProgrammed) {
-    hwRoutes_.insert(key);
+    auto [held, added] = hwRoutes_.findOrInsert(key);
+    if (!added && *held != 0 && *held != target) {
+      ++counters_.hwRouteRepoints;
+    }
+    *held = target;
     status_->mplsRouteSyncMapIs(key, Vosh::Qel::MplsRouteSyncMap{key, {0, status.version}});
   } else {
     ++counters_.routesRefused;
-    hwRoutes_.erase(key);
+    if (hwRoutes_.erase(key)) ++counters_.hwRouteDeletes;
     status_->mplsRouteSyncMapDel(key);
   }
   status_->mplsHwRouteIs(status);

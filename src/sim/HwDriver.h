@@ -20,16 +20,23 @@
 // answer is answered once, from its latest record. A layer-2 adjacency is
 // answered before any route that points at it.
 //
+// A route record may point at a hardware FEC id instead of a layer-2
+// adjacency (the mediated mode); it is programmed when the FEC allocator has
+// granted that id, and answered invalid FEC otherwise.
+//
 // The status table survives the driver: a driver that attaches to a status
 // table left by a previous run takes its programmed records as what the
-// hardware holds.
+// hardware holds. What the hardware did to programmed routes is counted:
+// records removed (hwRouteDeletes) and records rewritten to point elsewhere
+// (hwRouteRepoints), which is how a restart that nobody noticed is told
+// from one that touched forwarding.
 
 #include <cstdint>
 #include <deque>
 #include <memory>
 
 #include "QelMpls/platform/QelMplsVoshTables.h"
-#include "kiv/DenseSet.h"
+#include "kiv/DirectMap.h"
 #include "kiv/HashMap.h"
 #include "kiv/Ptr.h"
 #include "plin/TaskScheduler.h"
@@ -37,6 +44,8 @@
 #include "vosh/EntityManager.h"
 
 namespace Sim {
+
+class FecAllocator;
 
 class HwDriver {
  public:
@@ -52,6 +61,9 @@ class HwDriver {
     uint64_t l2Answers = 0;
     uint64_t l2Refused = 0;
     uint64_t statusDeleted = 0;
+    uint64_t hwRouteDeletes = 0;
+    uint64_t hwRouteRepoints = 0;
+    uint64_t hwL2Deletes = 0;
   };
 
   // Mounts the status table as its writer.
@@ -68,6 +80,8 @@ class HwDriver {
   const DriverConfig& driverConfig() const { return driverConfig_; }
   // Applies to answers written from now on.
   void driverConfigIs(const DriverConfig& config) { driverConfig_ = config; }
+  // The allocator whose grants make hardware FEC ids valid.
+  void fecAllocatorIs(const FecAllocator* allocator) { fecAllocator_ = allocator; }
 
   uint64_t hwRoutes() const { return hwRoutes_.size(); }
   uint64_t hwL2Adjacencies() const { return hwL2Adjacencies_.size(); }
@@ -77,6 +91,11 @@ class HwDriver {
 
  private:
   enum class Kind : uint8_t { route, l2Adjacency };
+  // What a programmed route forwards to, the record's adjacency id type in
+  // the top bits and its id below; 0 (unknown) for routes recovered from a
+  // status table whose records were not read yet.
+  using Target = uint64_t;
+  static Target targetOf(const Vosh::Qel::MplsHwRouteConfig& config);
   struct Change {
     double due;
     Kind kind;
@@ -92,7 +111,8 @@ class HwDriver {
   void answerRoute(const Mpls::RouteKey& key);
   void answerL2Adjacency(Vosh::Qel::MplsHwL2AdjacencyId id);
   Vosh::Qel::MplsHwRouteStatus routeVerdict(const Vosh::Qel::MplsHwRouteConfig& config);
-  void routeStatusIs(const Vosh::Qel::MplsHwRouteStatus& status);
+  void routeStatusIs(const Vosh::Qel::MplsHwRouteStatus& status, const Target& target);
+  void learnRecoveredTargets();
 
   Kiv::Ptr<Vosh::EntityManager> em_;
   DriverConfig driverConfig_;
@@ -101,8 +121,9 @@ class HwDriver {
   std::deque<Change> queue_;
   Kiv::DenseSet<Mpls::RouteKey> pendingRoutes_;
   Kiv::HashSet<Vosh::Qel::MplsHwL2AdjacencyId> pendingL2_;
-  Kiv::DenseSet<Mpls::RouteKey> hwRoutes_;
+  Kiv::DirectMap<Mpls::RouteKey, Target> hwRoutes_;
   Kiv::HashSet<Vosh::Qel::MplsHwL2AdjacencyId> hwL2Adjacencies_;
+  const FecAllocator* fecAllocator_ = nullptr;
   Counters counters_;
   Plin::Task answerTask_;
   std::unique_ptr<Reactors> reactors_;

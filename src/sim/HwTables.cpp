@@ -1,5 +1,6 @@
 #include "sim/HwTables.h"
 
+#include "sim/FecAllocator.h"
 #include "sim/HwDriver.h"
 #include "sim/LfibProducer.h"
 
@@ -23,6 +24,8 @@ HwTables::HwTables(const std::string& prefix, Plin::TaskScheduler* scheduler)
     : em_(Kiv::make<Vosh::EntityManager>(prefix, scheduler)),
       lfib_(mapIfPresent<Mpls::LfibStatus>(*em_, LfibProducer::kLfibPath)),
       config_(mapIfPresent<Vosh::Qel::MplsHwCollectionConfig>(*em_, HwDriver::kRouteConfigPath)),
-      status_(mapIfPresent<Vosh::Qel::MplsHwCollectionStatus>(*em_, HwDriver::kRouteStatusPath)) {}
+      status_(mapIfPresent<Vosh::Qel::MplsHwCollectionStatus>(*em_, HwDriver::kRouteStatusPath)),
+      requests_(mapIfPresent<Qel::FecIdToHwFecIdRequest>(*em_, FecAllocator::kRequestPath)),
+      responses_(mapIfPresent<Qel::FecIdToHwFecIdResponse>(*em_, FecAllocator::kResponsePath)) {}
 
 }  // namespace Sim

@@ -5,6 +5,7 @@
 
 #include "QelMpls/core/QelMplsSm.h"
 #include "models/MplsHardwareStatus.h"
+#include "kiv/HashMap.h"
 #include "sim/SimSwitch.h"
 
 namespace Sim {
@@ -14,6 +15,28 @@ namespace {
 using Vosh::Qel::MplsHwL2AdjacencyId;
 
 constexpr const char* kHwMplsStatusPath = "routing/hardware/mpls/status";
+
+constexpr std::string_view kCounterNames[] = {
+    "routes", "l3Adjacencies", "l2Adjacencies", "nextHops", "unprogrammedRoutes",
+    "routeKeyReviewed", "routeKeyPublished", "l3AdjReviewed", "l2AdjReviewed", "l2AdjDeleted",
+    "unprogRouteRetried", "reviewCount", "driverRouteAnswers", "driverRoutesRefused",
+    "driverL2Answers", "driverL2Refused", "driverStatusDeleted", "hardwareRoutes",
+    "hardwareL2Adjacencies", "hwRouteDeletes", "hwRouteRepoints", "hwL2Deletes", "fecRequests",
+    "fecAnswers", "hwFecIdsGranted", "proactiveArpRequests", "proactiveArpUnresolved",
+    "agentStarts"};
+
+// The FEC ids of the hardware ids the allocator granted.
+using FecOfHwId = Kiv::HashMap<uint64_t, uint64_t>;
+
+FecOfHwId fecOfHwId(const HwTables& tables) {
+  FecOfHwId out;
+  if (!tables.responses()) return out;
+  tables.responses()->forEachHwFecId(
+      [&out](const Vosh::Fib::FecId& fecId, const Qel::HwFecIdResponse& response) {
+        if (response.hwFecIdValid()) out.insert(response.hwFecId, fecId.value());
+      });
+  return out;
+}
 
 std::string reasonName(uint32_t reason) {
   return std::string(Qel::stringValue(static_cast<Qel::UnprogrammedReason>(reason)));
@@ -40,7 +63,7 @@ std::vector<Mpls::Hardware::L2Via> viasOf(const Vosh::Qel::MplsHwL2AdjacencyConf
 
 // The adjacency and vias of a route's hardware record, and the driver's
 // answer to it.
-void fillFromHardware(const HwTables& tables, RouteRow& row) {
+void fillFromHardware(const HwTables& tables, const FecOfHwId& fecs, RouteRow& row) {
   if (!tables.config() || !tables.config()->mplsHwRouteHas(row.key)) return;
   Vosh::Qel::MplsHwRouteConfig config = tables.config()->mplsHwRoute(row.key);
   row.inHardware = true;
@@ -49,6 +72,48 @@ void fillFromHardware(const HwTables& tables, RouteRow& row) {
   row.version = config.version;
   MplsHwL2AdjacencyId l2 = config.l2AdjId();
   if (l2 != Vosh::Qel::kAllOnes) row.vias = viasOf(tables.config()->l2Adjacency(l2));
+  if (const uint64_t* fecId = fecs.find(config.hwFecId())) row.fecId = *fecId;
+}
+
+void describeFec(const HwTables& tables, const Vosh::Fib::FecId& fecId, FecRow& row) {
+  Vosh::Fib::Fec fec = tables.requests()->fec(fecId);
+  if (!fec) fec = tables.requests()->fec6(fecId);
+  row.backupFecId = fec.backupFecId.value();
+  row.vias.assign(fec.via.begin(), fec.via.begin() + fec.viaCount);
+}
+
+std::vector<FecRow> fecRows(const HwTables& tables) {
+  std::map<uint64_t, FecRow> rows;
+  if (tables.requests()) {
+    tables.requests()->forEachHwFecIdRequest(
+        [&](const Vosh::Fib::FecId& fecId, const Qel::HwFecIdRequest&) {
+          FecRow& row = rows[fecId.value()];
+          row.fecId = fecId.value();
+          describeFec(tables, fecId, row);
+        });
+  }
+  if (tables.responses()) {
+    tables.responses()->forEachHwFecId(
+        [&](const Vosh::Fib::FecId& fecId, const Qel::HwFecIdResponse& response) {
+          FecRow& row = rows[fecId.value()];
+          row.fecId = fecId.value();
+          row.external = !response.request;
+          if (response.hwFecIdValid()) row.hwFecId = response.hwFecId;
+        });
+  }
+  std::map<uint64_t, uint64_t> users;
+  if (tables.config()) {
+    tables.config()->forEachMplsHwRoute(
+        [&users](const Mpls::RouteKey&, const Vosh::Qel::MplsHwRouteConfig& config) {
+          if (config.hwFecId() != Vosh::Qel::kAllOnes) ++users[config.hwFecId()];
+        });
+  }
+  std::vector<FecRow> out;
+  for (auto& [fecId, row] : rows) {
+    if (row.hwFecId) row.routes = users[*row.hwFecId];
+    out.push_back(std::move(row));
+  }
+  return out;
 }
 
 void fillDriverState(const HwTables& tables, RouteRow& row) {
@@ -146,29 +211,56 @@ void addDriverCounters(const HwDriver& driver, Report& report) {
                           {"driverL2Refused", c.l2Refused},
                           {"driverStatusDeleted", c.statusDeleted},
                           {"hardwareRoutes", driver.hwRoutes()},
-                          {"hardwareL2Adjacencies", driver.hwL2Adjacencies()}});
+                          {"hardwareL2Adjacencies", driver.hwL2Adjacencies()},
+                          {"hwRouteDeletes", c.hwRouteDeletes},
+                          {"hwRouteRepoints", c.hwRouteRepoints},
+                          {"hwL2Deletes", c.hwL2Deletes}});
+}
+
+void addAllocatorCounters(const FecAllocator& allocator, Report& report) {
+  const FecAllocator::Counters& c = allocator.counters();
+  report.counters.insert(report.counters.end(), {{"fecRequests", c.fecRequests},
+                                                 {"fecAnswers", c.fecAnswers},
+                                                 {"hwFecIdsGranted", allocator.grants()}});
 }
 
 }  // namespace
 
+bool isReportCounter(std::string_view name) {
+  return std::find(std::begin(kCounterNames), std::end(kCounterNames), name) !=
+         std::end(kCounterNames);
+}
+
+std::string reportCounterList() {
+  std::string out;
+  for (std::string_view name : kCounterNames) {
+    if (!out.empty()) out += ", ";
+    out += name;
+  }
+  return out;
+}
+
 Report reportOf(const HwTables& tables) {
   Report report;
+  const FecOfHwId fecs = fecOfHwId(tables);
   for (const Mpls::RouteKey& key : sortedUnique(tableKeys(tables))) {
     RouteRow row;
     row.key = key;
     row.inLfib = tables.lfib() && tables.lfib()->routeHas(key);
-    fillFromHardware(tables, row);
+    fillFromHardware(tables, fecs, row);
     fillDriverState(tables, row);
     report.routes.push_back(std::move(row));
   }
   countStates(report);
   report.l2Adjacencies = l2Rows(tables, report.orphanL2Adjacencies);
+  report.fecs = fecRows(tables);
   return report;
 }
 
 Report reportOf(const SimSwitch& sim, double origin) {
   HwTables tables(sim.prefix(), sim.scheduler());
   Report report;
+  const FecOfHwId fecs = fecOfHwId(tables);
   report.endTime = sim.scheduler()->now() - origin;
   auto published = sim.korba().entityAs<Mpls::Hardware::Status>(kHwMplsStatusPath);
   std::vector<Mpls::RouteKey> keys = tableKeys(tables);
@@ -179,7 +271,7 @@ Report reportOf(const SimSwitch& sim, double origin) {
     RouteRow row;
     row.key = key;
     row.inLfib = sim.lfib().lfib().routeHas(key);
-    fillFromHardware(tables, row);
+    fillFromHardware(tables, fecs, row);
     const Mpls::Hardware::RouteInfo* info = published ? published->routeFind(key) : nullptr;
     if (!info) {
       row.state = "pending";
@@ -195,8 +287,10 @@ Report reportOf(const SimSwitch& sim, double origin) {
   }
   countStates(report);
   report.l2Adjacencies = l2Rows(tables, report.orphanL2Adjacencies);
+  report.fecs = fecRows(tables);
   if (const Qel::MplsBaseSm* core = sim.agent().core()) addCoreCounters(*core, report);
   if (const HwDriver* driver = sim.driver()) addDriverCounters(*driver, report);
+  if (const FecAllocator* allocator = sim.fecAllocator()) addAllocatorCounters(*allocator, report);
   report.counters.insert(report.counters.end(),
                          {{"proactiveArpRequests", sim.proactiveArp().requestsSeen()},
                           {"proactiveArpUnresolved", sim.proactiveArp().unresolved()},

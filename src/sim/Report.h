@@ -14,9 +14,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "models/Fib.h"
 #include "models/MplsHardwareL2Via.h"
 #include "models/MplsRouteKey.h"
 #include "sim/RunTiming.h"
@@ -37,7 +39,21 @@ struct RouteRow {
   std::string adjacencyIdType;
   uint64_t adjacencyId = 0;
   uint32_t version = 0;
+  // The FEC whose hardware id the record points at (mediated mode), 0 if none.
+  uint64_t fecId = 0;
   std::vector<Mpls::Hardware::L2Via> vias;
+};
+
+// A FEC the agent requested or another owner created, with the allocator's
+// answer and the route records pointing at its hardware id.
+struct FecRow {
+  uint64_t fecId = 0;
+  // Absent until answered.
+  std::optional<uint64_t> hwFecId;
+  bool external = false;
+  uint64_t backupFecId = 0;
+  std::vector<Vosh::Fib::FecVia> vias;
+  uint64_t routes = 0;
 };
 
 struct L2Row {
@@ -59,6 +75,7 @@ struct Report {
   double endTime = 0;
   std::vector<RouteRow> routes;
   std::vector<L2Row> l2Adjacencies;
+  std::vector<FecRow> fecs;
   uint64_t programmed = 0;
   uint64_t unprogrammed = 0;
   uint64_t pending = 0;
@@ -72,6 +89,10 @@ struct Report {
   // Set by whoever ran the simulation and measured it.
   std::optional<RunTiming> timing;
 };
+
+// The counters a report may carry, which a scenario's expectations name.
+bool isReportCounter(std::string_view name);
+std::string reportCounterList();
 
 // The final state of a simulation, with the library's published view; times
 // are counted from `origin` on the simulation's clock.

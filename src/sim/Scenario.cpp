@@ -14,4 +14,10 @@ void DriverConfig::apply(const DriverSpec& given) {
   if (given.failLabels) failLabels = *given.failLabels;
 }
 
+void FecAllocatorConfig::apply(const FecAllocatorSpec& given) {
+  if (given.answerDelay) answerDelay = *given.answerDelay;
+  if (given.answer) answer = *given.answer;
+  if (given.capacity) capacity = *given.capacity;
+}
+
 }  // namespace Sim

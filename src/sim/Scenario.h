@@ -138,13 +138,34 @@ struct DriverConfig {
   friend bool operator==(const DriverConfig&, const DriverConfig&) = default;
 };
 
+struct FecAllocatorSpec {
+  std::optional<double> answerDelay;
+  std::optional<bool> answer;
+  std::optional<uint64_t> capacity;
+};
+
+// How the simulated FEC allocator answers.
+struct FecAllocatorConfig {
+  double answerDelay = 0.0;
+  bool answer = true;
+  uint64_t capacity = 65536;
+
+  void apply(const FecAllocatorSpec& given);
+  friend bool operator==(const FecAllocatorConfig&, const FecAllocatorConfig&) = default;
+};
+
+struct PlatformSpec {
+  DriverSpec driver;
+  FecAllocatorSpec fecAllocator;
+};
+
 struct Step {
   double at = 0.0;
   int line = 0;
   std::optional<InputKeys> del;
   std::optional<InputSections> set;
   std::optional<RoutingSpec> routing;
-  std::optional<DriverSpec> platform;
+  std::optional<PlatformSpec> platform;
   bool restartAgent = false;
 };
 
@@ -164,6 +185,16 @@ struct RouteExpect {
   std::optional<std::string> state;
   std::optional<std::string> reason;
   std::optional<std::vector<L2ViaExpect>> l2;
+  // hardware or l2Adjacency.
+  std::optional<std::string> adjIdType;
+  // valid, invalid or a number.
+  std::optional<std::string> hwFecId;
+};
+
+struct CounterExpect {
+  std::string name;
+  uint64_t value = 0;
+  int line = 0;
 };
 
 struct Expectations {
@@ -176,6 +207,7 @@ struct Expectations {
   int l2AdjacenciesLine = 0;
   std::vector<std::string> log;
   int logLine = 0;
+  std::vector<CounterExpect> counters;
 };
 
 enum class ProgrammingMode { direct, mediated };
@@ -188,6 +220,7 @@ struct Scenario {
   bool allowDefaultRoute = false;
   InputSections inputs;
   DriverConfig driver;
+  FecAllocatorConfig fecAllocator;
   std::vector<Step> steps;
   std::optional<Expectations> expect;
 };

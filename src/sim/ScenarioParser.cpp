@@ -9,6 +9,7 @@
 #include "QelMpls/core/QelMplsState.h"
 #include "bexo/MplsLabelAction.h"
 #include "bexo/MplsLabelStack.h"
+#include "sim/Report.h"
 #include "sim/ScenarioError.h"
 #include "sim/YamlNode.h"
 
@@ -81,7 +82,9 @@ class Parser {
     }
     scenario_.inputs = parseSections(root, /*initial=*/true);
     if (auto platform = root.find("platform")) {
-      scenario_.driver.apply(parsePlatform(*platform));
+      PlatformSpec given = parsePlatform(*platform);
+      scenario_.driver.apply(given.driver);
+      scenario_.fecAllocator.apply(given.fecAllocator);
     }
     if (auto steps = root.find("steps")) parseSteps(*steps);
     if (auto expect = root.find("expect")) scenario_.expect = parseExpect(*expect);
@@ -95,7 +98,7 @@ class Parser {
     if (text == "direct") {
       scenario_.mode = ProgrammingMode::direct;
     } else if (text == "mediated") {
-      node.fail("mediated mode is not supported yet");
+      scenario_.mode = ProgrammingMode::mediated;
     } else {
       node.expected("direct or mediated");
     }
@@ -411,30 +414,47 @@ class Parser {
     }
   }
 
-  static DriverSpec parsePlatform(const YamlNode& node) {
+  static PlatformSpec parsePlatform(const YamlNode& node) {
     node.checkKeys({"driver", "fecAllocator", "mcastProgrammer", "decapHelper"});
-    if (auto v = node.find("fecAllocator")) refuseUnsupported(*v, "the FEC allocator");
     if (auto v = node.find("mcastProgrammer")) refuseUnsupported(*v, "the multicast programmer");
     if (auto v = node.find("decapHelper")) refuseUnsupported(*v, "the decapsulation helper");
+    PlatformSpec given;
+    if (auto v = node.find("driver"); v && !v->isNull()) given.driver = parseDriver(*v);
+    if (auto v = node.find("fecAllocator"); v && !v->isNull()) {
+      given.fecAllocator = parseFecAllocator(*v);
+    }
+    return given;
+  }
+
+  static DriverSpec parseDriver(const YamlNode& driver) {
     DriverSpec given;
-    std::optional<YamlNode> driver = node.find("driver");
-    if (!driver || driver->isNull()) return given;
-    driver->checkKeys({"routeCapacity", "l2AdjCapacity", "answerDelay", "answer", "fail"});
-    if (auto v = driver->find("routeCapacity")) {
+    driver.checkKeys({"routeCapacity", "l2AdjCapacity", "answerDelay", "answer", "fail"});
+    if (auto v = driver.find("routeCapacity")) {
       given.routeCapacity = v->asUint(0, UINT64_MAX, "a number of routes");
     }
-    if (auto v = driver->find("l2AdjCapacity")) {
+    if (auto v = driver.find("l2AdjCapacity")) {
       given.l2AdjCapacity = v->asUint(0, UINT64_MAX, "a number of layer-2 adjacencies");
     }
-    if (auto v = driver->find("answerDelay")) given.answerDelay = v->asSeconds();
-    if (auto v = driver->find("answer")) given.answer = v->asBool();
-    if (auto fail = driver->find("fail")) {
+    if (auto v = driver.find("answerDelay")) given.answerDelay = v->asSeconds();
+    if (auto v = driver.find("answer")) given.answer = v->asBool();
+    if (auto fail = driver.find("fail")) {
       fail->checkKeys({"labels"});
       std::set<uint32_t> labels;
       if (auto v = fail->find("labels")) {
         for (const YamlNode& label : v->items()) labels.insert(label.asLabel());
       }
       given.failLabels = std::move(labels);
+    }
+    return given;
+  }
+
+  static FecAllocatorSpec parseFecAllocator(const YamlNode& node) {
+    node.checkKeys({"answerDelay", "answer", "capacity"});
+    FecAllocatorSpec given;
+    if (auto v = node.find("answerDelay")) given.answerDelay = v->asSeconds();
+    if (auto v = node.find("answer")) given.answer = v->asBool();
+    if (auto v = node.find("capacity")) {
+      given.capacity = v->asUint(0, UINT64_MAX, "a number of hardware FEC ids");
     }
     return given;
   }
@@ -467,8 +487,16 @@ class Parser {
   }
 
   static Expectations parseExpect(const YamlNode& node) {
-    node.checkKeys({"routes", "l2Adjacencies", "decap", "log"});
+    node.checkKeys({"routes", "l2Adjacencies", "decap", "log", "counters"});
     Expectations out;
+    if (auto v = node.find("counters")) {
+      for (const auto& [name, value] : v->entries()) {
+        if (!isReportCounter(name)) {
+          value.fail(fmt::format("unknown counter '{}' (one of {})", name, reportCounterList()));
+        }
+        out.counters.push_back({name, value.asUint(0, UINT64_MAX, "a count"), value.line()});
+      }
+    }
     if (auto v = node.find("decap")) refuseUnsupported(*v, "decapsulation expectations");
     if (auto v = node.find("l2Adjacencies")) {
       out.l2Adjacencies = v->asUint(0, UINT64_MAX, "a number of layer-2 adjacencies");
@@ -503,11 +531,25 @@ class Parser {
       node.fail("expected programmed, unprogrammed or a route key like \"100\" or \"101/2\"");
     }
     if (node.isScalar()) {
-      if (node.text() != "absent") node.expected("absent or a map with state, reason, l2");
+      if (node.text() != "absent") {
+        node.expected("absent or a map with state, reason, l2, adjIdType, hwFecId");
+      }
       expect.absent = true;
       return expect;
     }
-    node.checkKeys({"state", "reason", "l2"});
+    node.checkKeys({"state", "reason", "l2", "adjIdType", "hwFecId"});
+    if (auto v = node.find("adjIdType")) {
+      expect.adjIdType = v->text();
+      if (*expect.adjIdType != "hardware" && *expect.adjIdType != "l2Adjacency") {
+        v->expected("hardware or l2Adjacency");
+      }
+    }
+    if (auto v = node.find("hwFecId")) {
+      expect.hwFecId = v->text();
+      if (*expect.hwFecId != "valid" && *expect.hwFecId != "invalid") {
+        expect.hwFecId = std::to_string(v->asUint(0, UINT64_MAX, "valid, invalid or a number"));
+      }
+    }
     if (auto v = node.find("state")) {
       expect.state = v->text();
       if (*expect.state != "programmed" && *expect.state != "unprogrammed") {

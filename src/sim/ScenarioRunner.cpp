@@ -19,7 +19,9 @@ SimSwitch::Options switchOptions(const Scenario& scenario, const RunOptions& opt
   SimSwitch::Options out;
   out.prefix = options.prefix;
   out.externalDriver = options.externalDriver;
+  out.mode = scenario.mode;
   out.driver = scenario.driver;
+  out.fecAllocator = scenario.fecAllocator;
   return out;
 }
 
@@ -98,7 +100,7 @@ void ScenarioRunner::applyStep(const Step& step) {
   if (step.del) sim_->inputsDel(*step.del);
   if (step.set) sim_->inputsIs(*step.set);
   if (step.routing) sim_->routingIs(*step.routing);
-  if (step.platform) sim_->driverConfigIs(*step.platform);
+  if (step.platform) sim_->platformIs(*step.platform);
   if (step.restartAgent) startAgent();
   markChange();
 }
@@ -125,6 +127,9 @@ bool ScenarioRunner::quiet() {
   if (reviewWorkLeft(*core->mplsState())) return false;
   const Plin::Task* retry = core->unprogrammedRouteTask();
   if (retry->scheduled() && retry->runCount() <= retryRunsAtChange_) return false;
+  if (const FecAllocator* allocator = sim_->fecAllocator(); allocator && allocator->pending()) {
+    return false;
+  }
   if (const HwDriver* driver = sim_->driver()) return driver->attached() && !driver->pending();
   return allAnswered();
 }

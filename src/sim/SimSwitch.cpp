@@ -1,6 +1,7 @@
 #include "sim/SimSwitch.h"
 
 #include "QelMpls/root/QelMplsRootSm.h"
+#include "sim/SharedTables.h"
 
 namespace Sim {
 
@@ -18,6 +19,7 @@ SimSwitch::SimSwitch(Plin::TaskScheduler* scheduler, const Options& options)
     : scheduler_(scheduler),
       prefix_(options.prefix),
       driverConfig_(options.driver),
+      fecAllocatorConfig_(options.fecAllocator),
       vosh_(Kiv::make<Vosh::EntityManager>(options.prefix, scheduler)),
       korba_(stateDatabase(scheduler)),
       lfib_(*vosh_, *korba_),
@@ -27,8 +29,11 @@ SimSwitch::SimSwitch(Plin::TaskScheduler* scheduler, const Options& options)
       fdb_(*vosh_),
       responder_(vosh_, arp_),
       platform_(*korba_),
-      agent_(scheduler, korba_, options.prefix) {
-  if (!options.externalDriver) driver_ = std::make_unique<HwDriver>(vosh_, driverConfig_);
+      agent_(scheduler, korba_, options.prefix, options.mode) {
+  if (options.externalDriver) return;
+  fecAllocator_ = std::make_unique<FecAllocator>(prefix_, scheduler_, fecAllocatorConfig_);
+  driver_ = std::make_unique<HwDriver>(vosh_, driverConfig_);
+  driver_->fecAllocatorIs(fecAllocator_.get());
 }
 
 SimSwitch::~SimSwitch() { agent_.stop(); }
@@ -51,19 +56,18 @@ void SimSwitch::inputsDel(const InputKeys& keys) {
   for (const std::string& vrf : keys.vrfs) routing_.vrfDel(vrf);
 }
 
-void SimSwitch::driverConfigIs(const DriverSpec& given) {
-  driverConfig_.apply(given);
+void SimSwitch::platformIs(const PlatformSpec& given) {
+  driverConfig_.apply(given.driver);
   if (driver_) driver_->driverConfigIs(driverConfig_);
+  fecAllocatorConfig_.apply(given.fecAllocator);
+  if (fecAllocator_) fecAllocator_->configIs(fecAllocatorConfig_);
 }
 
 bool SimSwitch::driverTableExists() {
-  if (driver_ || vosh_->mounted(HwDriver::kRouteStatusPath)) return true;
-  try {
-    vosh_->mountReader(HwDriver::kRouteStatusPath, Vosh::mountTypeSharedReader);
-    return true;
-  } catch (const Vosh::MountError&) {
-    return false;
-  }
+  return tableReadable(*vosh_, HwDriver::kRouteStatusPath) &&
+         tableReadable(*vosh_, FecAllocator::kResponsePath) &&
+         tableReadable(*vosh_, FecAllocator::kMulticastResponsePath) &&
+         tableReadable(*vosh_, FecAllocatorStatus::kPath);
 }
 
 void SimSwitch::agentStart() {
@@ -79,7 +83,9 @@ void SimSwitch::agentStop() {
 
 void SimSwitch::attachReaders() {
   responder_.attach();
+  if (fecAllocator_) fecAllocator_->attach();
   if (driver_) driver_->attach();
+  platform_.fecAllocatorAttach(*vosh_);
 }
 
 }  // namespace Sim

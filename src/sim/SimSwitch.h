@@ -4,14 +4,14 @@
 // real switch, talking to it only through the tables and entities a platform
 // uses. The routing side (LFIB producer, routing information, VRFs), the
 // interface, ARP and MAC tables, the proactive-ARP responder, the platform's
-// hardware singletons and the hardware driver; and the agent that runs the
-// library.
+// hardware singletons, the hardware driver and the FEC allocator; and the
+// agent that runs the library.
 //
 // The platform lives in its own shared-memory entity manager and the agent in
 // another, as if in separate processes, so that restarting the agent leaves
 // every table the platform wrote, and the "hardware", in place. The driver
-// may also run in a process of its own (externalDriver): the switch then only
-// waits for its status table to exist.
+// and the FEC allocator may also run in a process of their own
+// (externalDriver): the switch then only waits for their tables to exist.
 
 #include <memory>
 #include <optional>
@@ -22,6 +22,7 @@
 #include "sim/Agent.h"
 #include "sim/ArpPublisher.h"
 #include "sim/FdbPublisher.h"
+#include "sim/FecAllocator.h"
 #include "sim/HwDriver.h"
 #include "sim/InterfacePublisher.h"
 #include "sim/LfibProducer.h"
@@ -38,7 +39,9 @@ class SimSwitch {
   struct Options {
     std::string prefix;
     bool externalDriver = false;
+    ProgrammingMode mode = ProgrammingMode::direct;
     DriverConfig driver;
+    FecAllocatorConfig fecAllocator;
   };
 
   SimSwitch(Plin::TaskScheduler* scheduler, const Options& options);
@@ -52,10 +55,11 @@ class SimSwitch {
   void inputsIs(const InputSections& inputs);
   void inputsDel(const InputKeys& keys);
   void routingIs(const RoutingSpec& routing) { routing_.routingIs(routing); }
-  void driverConfigIs(const DriverSpec& given);
+  void platformIs(const PlatformSpec& given);
   void lfibQuiescedIs(bool quiesced) { lfib_.quiescedIs(quiesced); }
 
-  // Whether the driver's status table exists; the agent cannot start before.
+  // Whether the driver's and the FEC allocator's tables exist; the agent
+  // cannot start before.
   bool driverTableExists();
   void agentStart();
   void agentStop();
@@ -71,9 +75,12 @@ class SimSwitch {
   // The in-process driver goes away, as a crashed driver would; what the
   // hardware holds stays in its tables.
   void driverStop() { driver_.reset(); }
+  // Null when it runs in the driver's process.
+  const FecAllocator* fecAllocator() const { return fecAllocator_.get(); }
   const LfibProducer& lfib() const { return lfib_; }
   const ProactiveArpResponder& proactiveArp() const { return responder_; }
   const DriverConfig& driverConfig() const { return driverConfig_; }
+  const PlatformStatus& platformStatus() const { return platform_; }
   Korba::EntityManager& korba() const { return *korba_; }
   const Kiv::Ptr<Vosh::EntityManager>& vosh() const { return vosh_; }
 
@@ -81,6 +88,7 @@ class SimSwitch {
   Plin::TaskScheduler* scheduler_;
   std::string prefix_;
   DriverConfig driverConfig_;
+  FecAllocatorConfig fecAllocatorConfig_;
   Kiv::Ptr<Vosh::EntityManager> vosh_;
   Kiv::Ptr<Korba::EntityManager> korba_;
   LfibProducer lfib_;
@@ -90,6 +98,7 @@ class SimSwitch {
   FdbPublisher fdb_;
   ProactiveArpResponder responder_;
   PlatformStatus platform_;
+  std::unique_ptr<FecAllocator> fecAllocator_;
   std::unique_ptr<HwDriver> driver_;
   Agent agent_;
 };

@@ -52,9 +52,14 @@ TEST_F(QelmplsToolTest, RefusesAMissingViaSetWithItsFileAndLine) {
       << err_;
 }
 
-TEST_F(QelmplsToolTest, RefusesTheMediatedModeAsNotSupportedYet) {
-  EXPECT_EQ(run({"run", kExamples + "/basic.yaml", "--mode", "mediated"}), 2);
-  EXPECT_NE(err_.find("mediated mode is not supported yet"), std::string::npos) << err_;
+TEST_F(QelmplsToolTest, ModeOptionOverridesTheScenarioAndRefusesAnUnknownMode) {
+  EXPECT_EQ(run({"run", kExamples + "/basic.yaml", "--mode", "indirect"}), 2);
+  EXPECT_NE(err_.find("--mode: expected direct or mediated (found 'indirect')"), std::string::npos)
+      << err_;
+  // In the mediated mode no layer-2 record is written, so basic's layer-2
+  // expectations cannot hold.
+  EXPECT_EQ(run({"run", kExamples + "/basic.yaml", "--mode", "mediated", "--check"}), 1);
+  EXPECT_NE(err_.find("l2Adjacencies: expected 3, found 0"), std::string::npos) << err_;
 }
 
 TEST_F(QelmplsToolTest, ExitsOneNamingEveryExpectationThatFails) {

@@ -7,7 +7,7 @@
 namespace Sim {
 namespace {
 
-const char* kFull = R"(mode: direct
+const char* kFull = R"(mode: mediated
 routing: {mpls: true, allowDefaultRoute: true}
 interfaces:
   - {name: Ethernet1, vlan: 1006}
@@ -40,7 +40,7 @@ routes:
 pwRoutes: []
 platform:
   driver: {routeCapacity: 10, l2AdjCapacity: 5, answerDelay: 0.5, answer: false, fail: {labels: [100]}}
-  fecAllocator: {}
+  fecAllocator: {answerDelay: 5, answer: false, capacity: 7}
 steps:
   - at: 1.0
     set: {arp: [{ip: 10.0.0.2, interface: Ethernet1, mac: "00:00:5e:00:53:99"}]}
@@ -51,7 +51,7 @@ steps:
   - at: 4.0
     restart: agent
   - at: 5.0
-    platform: {driver: {routeCapacity: 20}}
+    platform: {driver: {routeCapacity: 20}, fecAllocator: {answer: true}}
 expect:
   routes:
     programmed: 3
@@ -64,7 +64,7 @@ expect:
 
 TEST(ScenarioParser, ReadsEverySupportedSectionOfTheFormat) {
   Scenario s = parseScenarioText(kFull, "full.yaml");
-  EXPECT_EQ(s.mode, ProgrammingMode::direct);
+  EXPECT_EQ(s.mode, ProgrammingMode::mediated);
   EXPECT_TRUE(s.allowDefaultRoute);
   ASSERT_EQ(s.inputs.interfaces.size(), 3u);
   EXPECT_TRUE(s.inputs.interfaces[0].routedPort);
@@ -93,12 +93,14 @@ TEST(ScenarioParser, ReadsEverySupportedSectionOfTheFormat) {
   EXPECT_EQ(s.driver.answerDelay, 0.5);
   EXPECT_FALSE(s.driver.answer);
   EXPECT_TRUE(s.driver.failLabels.contains(100));
+  EXPECT_EQ(s.fecAllocator, (FecAllocatorConfig{5.0, false, 7}));
 
   ASSERT_EQ(s.steps.size(), 5u);
   EXPECT_TRUE(s.steps[1].del && s.steps[1].del->routes[0].source == 2);
   EXPECT_EQ(s.steps[2].routing->mpls, false);
   EXPECT_TRUE(s.steps[3].restartAgent);
-  EXPECT_EQ(s.steps[4].platform->routeCapacity, 20u);
+  EXPECT_EQ(s.steps[4].platform->driver.routeCapacity, 20u);
+  EXPECT_EQ(s.steps[4].platform->fecAllocator.answer, true);
 
   ASSERT_TRUE(s.expect);
   EXPECT_EQ(s.expect->programmed, 3u);
@@ -199,12 +201,14 @@ const BadCase kBadCases[] = {
      "viaSets:\n  - {id: 1, type: mplsIp, vias: [{nexthop: 1.1.1.1, interface: Ethernet1, action: "
      "twist}]}\n",
      2, "viaSets[0].vias[0].action", "expected push, pop or swap"},
-    {"mediated mode", "mode: mediated\n", 1, "mode", "mediated mode is not supported yet"},
+    {"an unknown mode", "mode: indirect\n", 1, "mode", "expected direct or mediated"},
     {"pseudowire routes", "pwRoutes:\n  - {label: 5000, viaSet: 6}\n", 1, "pwRoutes",
      "not supported yet"},
     {"802.1Q maps", "dot1qMaps:\n  map1: {10: 100}\n", 1, "dot1qMaps", "not supported yet"},
-    {"a FEC allocator", "platform:\n  fecAllocator: {capacity: 5}\n", 2, "platform.fecAllocator",
-     "not supported yet"},
+    {"an unknown counter", "expect:\n  counters:\n    hwRouteDeleted: 0\n", 3,
+     "expect.counters.hwRouteDeleted", "unknown counter"},
+    {"a bad hardware FEC id", "expect:\n  routes:\n    \"5\": {hwFecId: granted}\n", 3,
+     "expect.routes.5.hwFecId", "expected valid, invalid or a number"},
     {"a decap helper", "platform:\n  decapHelper: {rc: {labels: {300: 1}}}\n", 2,
      "platform.decapHelper", "not supported yet"},
     {"decap expectations", "expect:\n  decap: {\"300\": {unprogrammed: 1}}\n", 2, "expect.decap",
