@@ -2,7 +2,7 @@
 // library programs it, the simulated driver answers, the library publishes.
 // Each run writes one JSON result file; docs/performance.md explains them.
 //
-//   scale_bench --case cold --routes N [--restart] [--trace-all] --out DIR
+//   scale_bench --case cold --routes N [--mode direct|mediated] [--restart] [--trace-all] --out DIR
 //   scale_bench --case incremental --out DIR
 //   scale_bench --case mac-move --out DIR
 
@@ -43,8 +43,9 @@ void writeResult(const std::filesystem::path& dir, const Json& result) {
   std::cout << result.dump() << std::endl;
 }
 
-Sim::ScaleShape coldShape(uint64_t routes) {
+Sim::ScaleShape coldShape(uint64_t routes, Sim::ProgrammingMode mode = Sim::ProgrammingMode::direct) {
   Sim::ScaleShape shape;
+  shape.mode = mode;
   shape.routes = routes;
   shape.viaSets = static_cast<uint32_t>(std::max<uint64_t>(1, routes / 10));
   shape.nextHops = 1000;
@@ -52,10 +53,14 @@ Sim::ScaleShape coldShape(uint64_t routes) {
   return shape;
 }
 
+const char* modeName(Sim::ProgrammingMode mode) {
+  return mode == Sim::ProgrammingMode::mediated ? "mediated" : "direct";
+}
+
 Json shapeJson(const Sim::ScaleShape& shape) {
   return {{"routes", shape.routes},   {"viaSets", shape.viaSets}, {"nextHops", shape.nextHops},
           {"ecmp", shape.ecmp},       {"vlanShare", shape.vlanShare},
-          {"mode", "direct"},         {"seed", shape.seed}};
+          {"mode", modeName(shape.mode)}, {"seed", shape.seed}};
 }
 
 // A scenario played on its own scheduler under its own prefix.
@@ -88,7 +93,9 @@ struct Run {
 // Writes the records the pipeline writes for `routes` routes over `l2Records`
 // layer-2 adjacencies of `vias` vias each (configuration, status and sync
 // map), into the same tables, with no logic: what the tables themselves cost.
-Json physicalLimit(uint64_t routes, uint32_t l2Records, uint32_t vias) {
+// In the mediated mode the routes point at as many hardware FEC ids instead,
+// and no layer-2 record is written.
+Json physicalLimit(uint64_t routes, uint32_t l2Records, uint32_t vias, bool mediated) {
   Plin::TaskScheduler scheduler;
   const std::string prefix = uniquePrefix(fmt::format("limit{}", routes));
   auto em = Kiv::make<Vosh::EntityManager>(prefix, &scheduler);
@@ -99,7 +106,7 @@ Json physicalLimit(uint64_t routes, uint32_t l2Records, uint32_t vias) {
   Vosh::Qel::MplsHwCollectionConfig config(*em, configPath);
   Vosh::Qel::MplsHwCollectionStatus status(*em, statusPath);
   Sim::Stopwatch watch;
-  for (uint32_t id = 1; id <= l2Records; ++id) {
+  for (uint32_t id = 1; id <= l2Records && !mediated; ++id) {
     Vosh::Qel::MplsHwL2AdjacencyConfig record(id);
     for (uint32_t v = 0; v < vias; ++v) {
       record.l2ViaIs(Vosh::Qel::MplsHwL2ViaIndex(v), Mpls::Hardware::L2Via());
@@ -113,7 +120,11 @@ Json physicalLimit(uint64_t routes, uint32_t l2Records, uint32_t vias) {
     Mpls::RouteKey key(Bexo::MplsLabel(static_cast<uint32_t>(16 + r)));
     Vosh::Qel::MplsHwRouteConfig record;
     record.routeKey = key;
-    record.l2AdjIdIs(1 + r % l2Records);
+    if (mediated) {
+      record.hwFecIdIs(0x10000 + r % l2Records);
+    } else {
+      record.l2AdjIdIs(1 + r % l2Records);
+    }
     record.version = 1;
     config.mplsHwRouteIs(record);
     Vosh::Qel::MplsHwRouteStatus answer;
@@ -129,14 +140,21 @@ Json physicalLimit(uint64_t routes, uint32_t l2Records, uint32_t vias) {
   return out;
 }
 
-// The simulated driver shares the process: its own heap (its indexes of the
-// tables it reads and writes, its record of the hardware) is measured by
-// stopping it once nothing needs it any more.
-double driverHeapBytesPerRoute(Run& run, uint64_t routes) {
+// The simulated driver and FEC allocator share the process: their own heap
+// (their indexes of the tables they read and write, their record of the
+// hardware and of their grants) is measured by stopping them once nothing
+// needs them any more.
+double platformHeapBytesPerRoute(Run& run, uint64_t routes) {
   const uint64_t before = Sim::heapBytesInUse();
   run.runner->sim().driverStop();
+  run.runner->sim().fecAllocatorStop();
   const uint64_t after = Sim::heapBytesInUse();
   return before > after ? static_cast<double>(before - after) / static_cast<double>(routes) : 0;
+}
+
+uint64_t counter(const Run& run, const std::string& name) {
+  const Sim::HwDriver::Counters& c = run.runner->sim().driver()->counters();
+  return name == "hwRouteDeletes" ? c.hwRouteDeletes : c.hwRouteRepoints;
 }
 
 void addRatio(Json& result, const char* what, const Json& limit) {
@@ -144,10 +162,13 @@ void addRatio(Json& result, const char* what, const Json& limit) {
       result[what]["wallSeconds"].get<double>() / limit["wallSeconds"].get<double>();
 }
 
-int coldCase(uint64_t routes, bool withRestart, bool traceAll, const std::filesystem::path& dir) {
-  const Sim::ScaleShape shape = coldShape(routes);
+int coldCase(uint64_t routes, Sim::ProgrammingMode mode, bool withRestart, bool traceAll,
+             const std::filesystem::path& dir) {
+  const Sim::ScaleShape shape = coldShape(routes, mode);
+  const bool mediated = mode == Sim::ProgrammingMode::mediated;
+  const std::string suffix = mediated ? "-mediated" : "";
   Run run(Sim::scaleScenario(shape), fmt::format("cold{}", routes));
-  Json result = {{"name", fmt::format("cold-{}{}", routes, traceAll ? "-traced" : "")}};
+  Json result = {{"name", fmt::format("cold-{}{}{}", routes, suffix, traceAll ? "-traced" : "")}};
   result["shape"] = shapeJson(shape);
   result["tracing"] = traceAll ? "every level recorded" : "default levels (0-2) recorded";
   Sim::Stopwatch load;
@@ -162,29 +183,36 @@ int coldCase(uint64_t routes, bool withRestart, bool traceAll, const std::filesy
   result["heapBytesPerRoute"] = t.heapBytesPerRoute();
   result["peakRssBytes"] = t.peakRssBytes;
   result["sharedMemoryBytes"] = Vosh::segmentBytesUnder(run.prefix);
-  const Json limit = physicalLimit(routes, shape.viaSets, shape.ecmp);
+  const Json limit = physicalLimit(routes, shape.viaSets, shape.ecmp, mediated);
   result["physicalLimit"] = limit;
   addRatio(result, "converge", limit);
 
+  bool untouched = true;
   if (withRestart) {
-    Json restart = {{"name", fmt::format("restart-{}", routes)}};
+    Json restart = {{"name", fmt::format("restart-{}{}", routes, suffix)}};
     restart["shape"] = shapeJson(shape);
     Sim::Step step;
     step.restartAgent = true;
+    const uint64_t deletesBefore = counter(run, "hwRouteDeletes");
+    const uint64_t repointsBefore = counter(run, "hwRouteRepoints");
     Sim::Stopwatch watch;
     run.runner->applyStep(step);
     restart["settled"] = run.runner->settle();
     restart["converge"] = times(watch);
     restart["programmed"] = run.programmed();
+    restart["hwRouteDeletes"] = counter(run, "hwRouteDeletes") - deletesBefore;
+    restart["hwRouteRepoints"] = counter(run, "hwRouteRepoints") - repointsBefore;
     restart["physicalLimit"] = limit;
     addRatio(restart, "converge", limit);
     writeResult(dir, restart);
+    // A mediated restart that touched a route is a failed one, however fast.
+    untouched = !mediated || (restart["hwRouteDeletes"] == 0 && restart["hwRouteRepoints"] == 0);
   }
-  const double driverShare = driverHeapBytesPerRoute(run, routes);
-  result["driverHeapBytesPerRoute"] = driverShare;
-  result["agentHeapBytesPerRoute"] = t.heapBytesPerRoute() - driverShare;
+  const double platformShare = platformHeapBytesPerRoute(run, routes);
+  result["platformHeapBytesPerRoute"] = platformShare;
+  result["agentHeapBytesPerRoute"] = t.heapBytesPerRoute() - platformShare;
   writeResult(dir, result);
-  return settled ? 0 : 1;
+  return settled && untouched ? 0 : 1;
 }
 
 // One change costs a few tens of microseconds, less than this machine's
@@ -313,15 +341,23 @@ int main(int argc, char** argv) {
   uint64_t routes = 10000;
   bool restart = false;
   bool traceAll = false;
+  std::string mode = "direct";
   app.add_option("--case", which, "cold, incremental or mac-move")
       ->check(CLI::IsMember({"cold", "incremental", "mac-move"}));
   app.add_option("--routes", routes, "routes of a cold run")->capture_default_str();
+  app.add_option("--mode", mode, "programming mode of a cold run")
+      ->check(CLI::IsMember({"direct", "mediated"}))
+      ->capture_default_str();
   app.add_flag("--restart", restart, "after a cold run, restart the agent and time it again");
   app.add_flag("--trace-all", traceAll, "record every trace level of every facility (not echoed)");
   app.add_option("--out", out, "directory for the JSON result files")->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   if (traceAll) Pellet::enable("*", Pellet::allLevels, false);
-  if (which == "cold") return coldCase(routes, restart, traceAll, out);
+  if (which == "cold") {
+    const auto programming =
+        mode == "mediated" ? Sim::ProgrammingMode::mediated : Sim::ProgrammingMode::direct;
+    return coldCase(routes, programming, restart, traceAll, out);
+  }
   if (which == "incremental") return incrementalCase(out);
   return macMoveCase(out);
 }

@@ -122,6 +122,7 @@ Scenario scaleScenario(const ScaleShape& s) {
   }
   out.driver.routeCapacity = std::max<uint64_t>(out.driver.routeCapacity, s.routes);
   out.driver.l2AdjCapacity = std::max<uint64_t>(out.driver.l2AdjCapacity, s.viaSets);
+  out.fecAllocator.capacity = std::max<uint64_t>(out.fecAllocator.capacity, s.viaSets);
   return out;
 }
 
@@ -129,6 +130,9 @@ void writeScenario(const Scenario& sc, std::ostream& out) {
   fmt::print(out, "mode: {}\n", sc.mode == ProgrammingMode::direct ? "direct" : "mediated");
   fmt::print(out, "platform:\n  driver: {{routeCapacity: {}, l2AdjCapacity: {}}}\n",
              sc.driver.routeCapacity, sc.driver.l2AdjCapacity);
+  if (sc.mode == ProgrammingMode::mediated) {
+    fmt::print(out, "  fecAllocator: {{capacity: {}}}\n", sc.fecAllocator.capacity);
+  }
   fmt::print(out, "interfaces:\n");
   for (const InterfaceSpec& i : sc.inputs.interfaces) {
     if (i.routedPort) {

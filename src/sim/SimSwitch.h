@@ -75,8 +75,12 @@ class SimSwitch {
   // The in-process driver goes away, as a crashed driver would; what the
   // hardware holds stays in its tables.
   void driverStop() { driver_.reset(); }
-  // Null when it runs in the driver's process.
+  // Null when it runs in the driver's process, or stopped.
   const FecAllocator* fecAllocator() const { return fecAllocator_.get(); }
+  void fecAllocatorStop() {
+    if (driver_) driver_->fecAllocatorIs(nullptr);
+    fecAllocator_.reset();
+  }
   const LfibProducer& lfib() const { return lfib_; }
   const ProactiveArpResponder& proactiveArp() const { return responder_; }
   const DriverConfig& driverConfig() const { return driverConfig_; }
