@@ -127,7 +127,7 @@ class MplsRoute : public Kiv::RefCounted {
   explicit MplsRoute(const Mpls::RouteKey& key) : key_(key) {}
   const Mpls::RouteKey& key() const { return key_; }
 
-  KIV_VALUE(bool, unprogrammed, true)
+  KIV_VALUE(bool, unprogrammed, false)
   KIV_VALUE(UnprogrammedReason, unprogrammedReason, UnprogrammedReason::unprogrammedReasonNone)
   KIV_VALUE(bool, isInstalledWithMulticast, false)
   KIV_VALUE(uint8_t, lfibFlags, 0)

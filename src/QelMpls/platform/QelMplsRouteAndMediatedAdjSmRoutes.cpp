@@ -41,13 +41,14 @@ void MplsRouteAndMediatedAdjSm::writeRouteRecord(const Mpls::RouteKey& routeKey,
   config.hwFecIdIs(info->hwFecId());
   Vosh::Qel::MplsHwRouteConfig stored = mplsHwCollectionConfig()->mplsHwRoute(routeKey);
   config.version = static_cast<uint8_t>(route->version());
-  // A route the driver refused is written again, with a new version, so that
-  // the driver looks at it again.
-  if (!route->unprogrammed() && stored == config) {
+  if (adoptRecoveredRecord(routeKey, route, config, stored, info)) return;
+  // Only a record this run wrote counts as written (a route starts at version
+  // 1 and each write bumps it); one the driver refused is written again, with
+  // a new version, so that the driver looks at it again.
+  if (route->version() != 1 && !route->unprogrammed() && stored == config) {
     queueRouteKeyForPublish(routeKey);
     return;
   }
-  if (adoptRecoveredRecord(routeKey, route, config, stored, info)) return;
   route->versionInc();
   config.version = static_cast<uint8_t>(route->version());
   mplsHwCollectionConfig()->mplsHwRouteIs(config);
