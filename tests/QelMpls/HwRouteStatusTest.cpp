@@ -22,18 +22,6 @@ class HwRouteStatus : public SwitchFixture {
     for (const auto& entry : Qel::SysLog::instance().entries()) names.push_back(entry.name);
     return names;
   }
-
-  void driverAnswers(
-      uint32_t label, uint8_t version, Vosh::Qel::MplsHwRouteState routeState,
-      Vosh::Qel::MplsHwRouteUnprogrammedReason reason = Vosh::Qel::mplsHwUnprogReasonSuccess) {
-    Vosh::Qel::MplsHwRouteStatus status;
-    status.routeKey = key(label);
-    status.state = routeState;
-    status.reason = reason;
-    status.version = version;
-    status.resourceFlag = reason == Vosh::Qel::mplsHwUnprogReasonRouteFull ? 1 : 0;
-    driver.status->mplsHwRouteIs(status);
-  }
 };
 
 TEST_F(HwRouteStatus, resourceFullAndNormalAlternateOnceEachAcrossTwoShortages) {
@@ -91,14 +79,14 @@ TEST_F(HwRouteStatus, aStatusOfAnOlderVersionIsIgnored) {
   ASSERT_GT(written, 1);
   EXPECT_FALSE(isPublished(100)) << "a route waiting for the driver is not published yet";
 
-  driverAnswers(100, written - 1, Vosh::Qel::mplsHwRouteStateUnprogrammed,
-                Vosh::Qel::mplsHwUnprogReasonRouteFull);
+  driver.routeStatusIs(key(100), written - 1, Vosh::Qel::mplsHwRouteStateUnprogrammed,
+                       Vosh::Qel::mplsHwUnprogReasonRouteFull);
   settle();
   EXPECT_FALSE(isPublished(100));
   EXPECT_EQ(state()->unprogrammedRoutes(), 0u);
   EXPECT_TRUE(sysLogNames().empty());
 
-  driverAnswers(100, written, Vosh::Qel::mplsHwRouteStateProgrammed);
+  driver.routeStatusIs(key(100), written, Vosh::Qel::mplsHwRouteStateProgrammed);
   settle();
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
   EXPECT_EQ(published(100).version, written);

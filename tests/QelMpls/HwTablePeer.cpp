@@ -3,9 +3,6 @@
 // with the segment prefix:
 //   dump     read the route config tables; print "route <text>" and
 //            "l2 <text>" per record, sorted, then "end"
-//   watch    say "ready"; on a line from stdin take in the agent's changes and
-//            print "notified" and each changed route key with the version
-//            now stored (or "absent"), sorted
 //   answer   write a programmed status for every route, echoing its version;
 //            print "answered <count>"
 #include <algorithm>
@@ -28,16 +25,6 @@ using Vosh::Qel::MplsHwCollectionStatus;
 constexpr const char* kConfigPath = "hardware/qel/mplsHwRouteConfig";
 constexpr const char* kStatusPath = "hardware/qel/mplsHwRouteStatus";
 
-void say(const std::string& line) {
-  std::fputs((line + "\n").c_str(), stdout);
-  std::fflush(stdout);
-}
-
-void waitForLine() {
-  char line[64];
-  if (!std::fgets(line, sizeof(line), stdin)) std::exit(3);
-}
-
 Kiv::Ptr<MplsHwCollectionConfig> attachConfig(Vosh::EntityManager& em) {
   em.mountReader(kConfigPath, Vosh::mountTypeSharedReader);
   return Kiv::make<MplsHwCollectionConfig>(em, kConfigPath);
@@ -54,26 +41,8 @@ int dump(Vosh::EntityManager& em) {
         lines.push_back("l2 " + a.stringValue());
       });
   std::sort(lines.begin(), lines.end());
-  for (const std::string& line : lines) say(line);
-  say("end");
-  return 0;
-}
-
-int watch(Vosh::EntityManager& em, Plin::TaskScheduler& scheduler) {
-  auto config = attachConfig(em);
-  std::vector<std::string> changed;
-  Kiv::Connection c = config->onMplsHwRoute().connect([&](const Mpls::RouteKey& key) {
-    Vosh::Qel::MplsHwRouteConfig r = config->mplsHwRoute(key);
-    changed.push_back(r ? fmt::format("{}:{}", key, r.version) : fmt::format("{}:absent", key));
-  });
-  say("ready");
-  waitForLine();
-  config->mplsHwRouteTable().poll();
-  scheduler.runUntilIdle();
-  std::sort(changed.begin(), changed.end());
-  std::string report = "notified";
-  for (const std::string& entry : changed) report += " " + entry;
-  say(report);
+  for (const std::string& line : lines) std::puts(line.c_str());
+  std::puts("end");
   return 0;
 }
 
@@ -86,12 +55,11 @@ int answer(Vosh::EntityManager& em) {
     Vosh::Qel::MplsHwRouteStatus s;
     s.routeKey = key;
     s.state = Vosh::Qel::mplsHwRouteStateProgrammed;
-    s.reason = Vosh::Qel::mplsHwUnprogReasonSuccess;
     s.version = r.version;
     status->mplsHwRouteIs(s);
     ++answered;
   });
-  say(fmt::format("answered {}", answered));
+  std::puts(fmt::format("answered {}", answered).c_str());
   return 0;
 }
 
@@ -99,7 +67,7 @@ int answer(Vosh::EntityManager& em) {
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr, "usage: %s dump|watch|answer PREFIX\n", argv[0]);
+    std::fprintf(stderr, "usage: %s dump|answer PREFIX\n", argv[0]);
     return 2;
   }
   std::string command = argv[1];
@@ -107,10 +75,9 @@ int main(int argc, char** argv) {
   auto em = Kiv::make<Vosh::EntityManager>(argv[2], &scheduler);
   try {
     if (command == "dump") return dump(*em);
-    if (command == "watch") return watch(*em, scheduler);
     if (command == "answer") return answer(*em);
   } catch (const Vosh::MountError& e) {
-    say(e.what());
+    std::puts(e.what());
     return 1;
   }
   return 2;

@@ -29,118 +29,100 @@ class L2Adjacencies : public SwitchFixture {
   Bexo::EthAddr macOf(uint32_t label) const { return l2Of(label).l2Via(MplsHwL2ViaIndex(0)).mac; }
 };
 
+// Routes of one via set share its adjacency; via sets never share one, but
+// their adjacencies share a record for the same resolved vias.
 TEST_F(L2Adjacencies, adjacenciesOfDifferentViaSetsShareOneRecordForTheSameResolvedVias) {
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.1.2", "Ethernet2", 300}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.1.2", "Ethernet2", 300}});
+  mplsViaSetIs(3, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.1.2", "Ethernet2", 301}});
   routeIs(100, 1);
   routeIs(101, 2);
   routeIs(102, 2);
+  routeIs(103, 3);
   settle();
-  EXPECT_EQ(state()->l3Adjacencys(), 2u);
-  EXPECT_EQ(state()->l2Adjacencys(), 1u);
-  EXPECT_EQ(hwL2Adjacencies(), 1u);
+  EXPECT_EQ(state()->l3Adjacencys(), 3u);
+  EXPECT_EQ(state()->l2Adjacencys(), 2u);
+  EXPECT_EQ(hwL2Adjacencies(), 2u);
   EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
   EXPECT_EQ(hwRoute(101).l2AdjId(), hwRoute(102).l2AdjId());
+  EXPECT_NE(hwRoute(100).l2AdjId(), hwRoute(103).l2AdjId()) << "a second via differs";
 }
 
-TEST_F(L2Adjacencies, anArpChangeRereviewsExactlyTheAdjacenciesOfThatNextHop) {
+// Via sets 1 and 2 go through 10.0.0.2, 3 through 10.0.1.2, 4 and 5 through
+// two hosts behind Ethernet3 in VLAN 100. Nothing is behind an unknown next
+// hop or MAC.
+TEST_F(L2Adjacencies, anArpChangeOrMacMoveRereviewsExactlyTheAdjacenciesBehindIt) {
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
   mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 201}});
   mplsViaSetIs(3, {{"10.0.1.2", "Ethernet2", 300}});
-  routeIs(100, 1);
-  routeIs(101, 2);
-  routeIs(102, 3);
+  mplsViaSetIs(4, {{"10.0.2.2", "Vlan100", 400}});
+  mplsViaSetIs(5, {{"10.0.2.3", "Vlan100", 500}});
+  for (uint32_t viaSet = 1; viaSet <= 5; ++viaSet) routeIs(99 + viaSet, viaSet);
   settle();
-  Vosh::Qel::MplsHwRouteConfig untouched = hwRoute(102);
+  Vosh::Qel::MplsHwRouteConfig untouched = hwRoute(102), otherHost = hwRoute(104);
+  uint64_t moved = hwRoute(103).l2AdjId();
+  ASSERT_EQ(l2Of(103).l2Via(MplsHwL2ViaIndex(0)).intf, Bexo::IntfId::fromString("Ethernet3"));
   uint64_t adjacenciesReviewed = state()->l3AdjReviewed();
 
   arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
   runReviewPasses(1);
   EXPECT_EQ(state()->l3AdjReviewed() - adjacenciesReviewed, 2u);
-
   settle();
-  EXPECT_EQ(macOf(100), Bexo::EthAddr::fromString("00:00:5e:00:53:11"));
-  EXPECT_EQ(macOf(101), Bexo::EthAddr::fromString("00:00:5e:00:53:11"));
-  EXPECT_EQ(hwRoute(102), untouched);
-  EXPECT_EQ(hwL2Adjacencies(), 3u) << "the records with the old MAC are gone";
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
-}
-
-TEST_F(L2Adjacencies, aMacMoveRereviewsExactlyTheAdjacenciesBehindThatMac) {
-  mplsViaSetIs(1, {{"10.0.2.2", "Vlan100", 200}});
-  mplsViaSetIs(2, {{"10.0.2.3", "Vlan100", 300}});
-  routeIs(100, 1);
-  routeIs(101, 2);
-  settle();
-  Vosh::Qel::MplsHwRouteConfig untouched = hwRoute(101);
-  uint64_t moved = hwRoute(100).l2AdjId();
-  ASSERT_EQ(l2Of(100).l2Via(MplsHwL2ViaIndex(0)).intf, Bexo::IntfId::fromString("Ethernet3"));
-  uint64_t adjacenciesReviewed = state()->l3AdjReviewed();
-
+  adjacenciesReviewed = state()->l3AdjReviewed();
   fdbIs(100, "00:00:5e:00:53:03", "Ethernet4");
   runReviewPasses(1);
   EXPECT_EQ(state()->l3AdjReviewed() - adjacenciesReviewed, 1u);
 
   settle();
-  EXPECT_EQ(l2Of(100).l2Via(MplsHwL2ViaIndex(0)).intf, Bexo::IntfId::fromString("Ethernet4"));
+  EXPECT_EQ(macOf(100), Bexo::EthAddr::fromString("00:00:5e:00:53:11"));
+  EXPECT_EQ(macOf(101), Bexo::EthAddr::fromString("00:00:5e:00:53:11"));
+  EXPECT_EQ(l2Of(103).l2Via(MplsHwL2ViaIndex(0)).intf, Bexo::IntfId::fromString("Ethernet4"));
   EXPECT_FALSE(hwL2(moved)) << "the old record is deleted once no route uses it";
-  EXPECT_EQ(hwRoute(101), untouched);
-  EXPECT_EQ(hwL2Adjacencies(), 2u);
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-}
+  EXPECT_EQ(hwRoute(102), untouched);
+  EXPECT_EQ(hwRoute(104), otherHost);
+  EXPECT_EQ(hwL2Adjacencies(), 5u) << "the records with the old MAC or port are gone";
+  for (uint32_t label = 100; label <= 104; ++label) {
+    EXPECT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
+  }
 
-TEST_F(L2Adjacencies, anArpEntryForAnUnknownNextHopIsIgnored) {
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  routeIs(100, 1);
-  settle();
   uint64_t passes = sm()->reviewCount();
-  Vosh::Qel::MplsHwRouteConfig before = hwRoute(100);
-
   arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:99");
   fdbIs(100, "00:00:5e:00:53:99", "Ethernet3");
   settle();
   EXPECT_EQ(sm()->reviewCount(), passes);
-  EXPECT_EQ(hwRoute(100), before);
 }
 
-TEST_F(L2Adjacencies, aViaWithAnUnresolvedNextHopJoinsTheRecordWhenArpAnswers) {
+// Via set 1 has one unresolved next hop, via set 2 only that one.
+TEST_F(L2Adjacencies, unresolvedNextHopsJoinTheRecordOrLetItsRoutesWaitUntilArpAnswers) {
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}, {"10.0.9.9", "Ethernet2", 300}});
+  mplsViaSetIs(2, {{"10.0.9.9", "Ethernet2", 300}});
   routeIs(100, 1);
+  routeIs(101, 2);
+  routeIs(102, 2);
   settle();
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
   EXPECT_EQ(l2Of(100).l2Vias(), 1u);
   EXPECT_EQ(root->proactiveArpNexthop()->requests(), 2u)
       << "the unresolved next hop is asked for ahead of traffic";
-
-  arpIs("10.0.9.9", "Ethernet2", "00:00:5e:00:53:09");
-  settle();
-  ASSERT_EQ(l2Of(100).l2Vias(), 2u);
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(hwL2Adjacencies(), 1u);
-
-  routeDel(100);
-  settle();
-  expectNoRouteResourcesLeft();
-}
-
-TEST_F(L2Adjacencies, routesOfAnUnresolvedAdjacencyWaitWithoutARecordUntilArpAnswers) {
-  mplsViaSetIs(1, {{"10.0.9.9", "Ethernet1", 200}});
-  routeIs(100, 1);
-  routeIs(101, 1);
-  settle();
-  EXPECT_FALSE(hwRoute(100));
   EXPECT_FALSE(hwRoute(101));
-  EXPECT_EQ(hwL2Adjacencies(), 0u);
+  EXPECT_FALSE(hwRoute(102));
+  EXPECT_EQ(hwL2Adjacencies(), 1u);
   EXPECT_EQ(published(101).state, RouteState::routeStateUnprogrammed);
   EXPECT_EQ(published(101).unprogrammedReason,
             static_cast<uint32_t>(Qel::UnprogrammedReason::unprogrammedReasonNexthopUnresolved));
 
-  arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:09");
+  arpIs("10.0.9.9", "Ethernet2", "00:00:5e:00:53:09");
   settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
+  ASSERT_EQ(l2Of(100).l2Vias(), 2u);
+  for (uint32_t label : {100, 101, 102}) {
+    EXPECT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
+  }
+  EXPECT_EQ(hwRoute(101).l2AdjId(), hwRoute(102).l2AdjId());
+  EXPECT_EQ(hwL2Adjacencies(), 2u);
+
+  for (uint32_t label : {100, 101, 102}) routeDel(label);
+  settle();
+  expectNoRouteResourcesLeft();
 }
 
 TEST_F(L2Adjacencies, anUnusedLayer2AdjacencyWaitsWhileRoutesStillPointAtItsRecord) {

@@ -1,21 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
-#include <vector>
 
-#include "Qel/FeatureToggle.h"
-#include "QelMpls/root/QelMplsRootSm.h"
+#include "SwitchFixture.h"
 #include "kiv/Assert.h"
 #include "pellet/Trace.h"
-#include "vosh/Segment.h"
-#include "vosh/SegmentName.h"
 
+namespace QelTest {
 namespace {
 
 using Qel::MplsRootSm;
@@ -23,281 +15,83 @@ using Qel::MplsSmAdjacencyProgrammer;
 constexpr MplsSmAdjacencyProgrammer kNone = MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone;
 constexpr MplsSmAdjacencyProgrammer kDirect = MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect;
 constexpr MplsSmAdjacencyProgrammer kMediated = MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated;
-
-const std::vector<Korba::MountRecord> kCommonKorbaMounts = {
-    {"cell/1/hardware/qel/mplsHwSingletonConfig", "Qel::MplsHwSingletonConfig", "wc"},
-    {"cell/1/hardware/qel/mplsHwSingletonStatus", "Qel::MplsHwSingletonStatus", "rc"},
-    {"routing/mpls/lfibInfo", "Mpls::LfibInfo", "rS"},
-    {"routing/mpls/routingInfo/status", "Mpls::RoutingInfo", "r"},
-    {"routing/hardware/mpls/status", "Mpls::Hardware::Status", "wS"},
-    {"qel/l3IntfTable", "QelL3Intf::Table", "r"},
-    {"routing/hardware/route/status", "Routing::Hardware::RouteStatus", "r"},
-};
-const std::vector<Korba::MountRecord> kMediatedKorbaMounts = {
-    {"cell/1/qel/sync/adjSyncStatus", "Qel::QelL3AdjSyncStatusExternal", "r"},
-    {"hardware/qel/mcastGroup/config/QelMpls/ClientConfig", "Multicast::Group::Config", "w"},
-    {"hardware/qel/mcastGroup/status", "Multicast::Group::Status", "r"},
-};
-
-const std::vector<std::string> kFecRequestCollections = {
-    "adjSyncIdMap", "syncRequestsReady", "fec", "fec6", "hwFecIdRequest", "objTupleToFecId"};
-const std::vector<std::string> kFecResponseCollections = {"hwFecId", "l2IntfId"};
-const std::vector<std::string> kHwStatusCollections = {"mplsHwRoute", "l2Adjacency",
-                                                       "mplsRouteSyncMap"};
-
-// How one shared-memory path is to be mounted: as a reader of the given type,
-// or as the writer declaring exactly these collections.
-struct VoshMount {
-  const char* path;
-  Vosh::MountType type;
-  std::vector<std::string> collections;
-};
-
-// An agent's surroundings: the state database, the platform's shared memory
-// (another process on a switch) and the agent's own, a toggle directory of
-// its own, and the root's constructor arguments.
-class RootFixture : public ::testing::Test {
- protected:
-  RootFixture() {
-    // Segment names take no '/', which parameterised test names have.
-    std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    std::replace(test.begin(), test.end(), '/', '_');
-    prefix = Vosh::EntityManager::defaultPrefix() + "_" + test;
-    std::string pattern = (std::filesystem::temp_directory_path() / "qelrootXXXXXX").string();
-    toggleDir = mkdtemp(pattern.data()) ? pattern : "";
-    setenv("QELMPLS_TOGGLE_DIR", toggleDir.c_str(), 1);
-    Qel::featureTogglesReset();
-    Vosh::EntityManager::removeAll(prefix);
-    korba = Kiv::make<Korba::EntityManager>(&scheduler);
-    Qel::registerMplsKorbaTypes(*korba);
-    platform = Kiv::make<Vosh::EntityManager>(prefix, &scheduler);
-    agentShm = Kiv::make<Vosh::EntityManager>(prefix, &scheduler);
-    modeConfig = Kiv::make<Qel::MplsProgrammingModeConfig>("mplsProgrammingModeConfig");
-    localLfibInfo = Kiv::make<Mpls::LocalLfibInfo>("localLfibInfo");
-  }
-  ~RootFixture() override {
-    root = nullptr;
-    agentShm = nullptr;
-    platform = nullptr;
-    Vosh::EntityManager::removeAll(prefix);
-    Qel::featureTogglesReset();
-    unsetenv("QELMPLS_TOGGLE_DIR");
-    std::filesystem::remove_all(toggleDir);
-  }
-
-  void qelL3AgentMplsIs(bool on) {
-    std::ofstream(std::filesystem::path(toggleDir) / "StageMgr.json")
-        << "{\"QelL3AgentMpls\": " << (on ? "true" : "false") << "}";
-    Qel::featureTogglesReset();
-  }
-  // The tables other agents write and this one reads. With the toggle on the
-  // hardware route status and FEC-id response tables belong to them too.
-  void platformTablesIs(bool toggleOn, bool mediated) {
-    platform->mountWriter(MplsRootSm::kTransitLfibPath, Mpls::LfibStatus::collections());
-    platform->mountWriter(MplsRootSm::kArpStatusPath, Arp::Table::Status::collections());
-    platform->mountWriter(MplsRootSm::kBridgingStatusPath, Vosh::Bridging::Status::collections());
-    if (!toggleOn) return;
-    platform->mountWriter(MplsRootSm::kHwRouteStatusPath,
-                          Vosh::Qel::MplsHwCollectionStatus::collections());
-    if (!mediated) return;
-    platform->mountWriter(MplsRootSm::kUnicastFecRespPath,
-                          Qel::FecIdToHwFecIdResponse::collections());
-    platform->mountWriter(MplsRootSm::kMulticastFecRespPath,
-                          Qel::FecIdToHwFecIdResponse::collections());
-  }
-  void startRoot() {
-    root = Qel::mplsRootSmFactory(modeConfig, Kiv::make<QelHelper::MplsSmHelper>("helper"), korba,
-                                  Kiv::make<Plin::AttrLogSm>(), &scheduler, localLfibInfo,
-                                  Qel::mplsHwConfigFactory("mplsHwConfig"),
-                                  Qel::mplsHwStatusFactory("mplsHwStatus"), agentShm);
-  }
-  // A directly programmed agent with the default toggles, built.
-  void startDirectAgent() {
-    platformTablesIs(true, false);
-    startRoot();
-    modeConfig->adjacencyProgrammerIs(kDirect);
-    settle();
-    ASSERT_TRUE(root->mplsSm());
-  }
-  void settle() { scheduler.advance(0.5); }
-
-  std::vector<std::string> collectionsIn(const char* path) const {
-    auto segment = Vosh::Segment::open(agentShm->segmentName(path), false);
-    std::vector<std::string> names;
-    if (!segment) return names;
-    for (const Vosh::CollectionSpec& given : Vosh::collectionSpecs(segment->data())) {
-      EXPECT_EQ(given.capacity, 1024u) << path << " " << given.name;
-      names.push_back(given.name);
-    }
-    return names;
-  }
-  void expectMounted(const VoshMount& m) const {
-    ASSERT_TRUE(agentShm->mounted(m.path)) << m.path;
-    EXPECT_EQ(agentShm->mountType(m.path), m.type) << m.path;
-    if (m.type == Vosh::mountTypeWriter) {
-      EXPECT_EQ(collectionsIn(m.path), m.collections) << m.path;
-    }
-  }
-
-  std::string prefix;
-  std::string toggleDir;
-  Plin::TaskScheduler scheduler;
-  Kiv::Ptr<Korba::EntityManager> korba;
-  Kiv::Ptr<Vosh::EntityManager> platform;
-  Kiv::Ptr<Vosh::EntityManager> agentShm;
-  Kiv::Ptr<Qel::MplsProgrammingModeConfig> modeConfig;
-  Kiv::Ptr<Mpls::LocalLfibInfo> localLfibInfo;
-  Kiv::Ptr<MplsRootSm> root;
-};
+constexpr size_t kCommonKorbaMounts = 7;
 
 // ---------------------------------------------------------------------------
-// Mounting, for each mode and each value of the toggle "QelL3AgentMpls".
+// Mounting, for each mode and each value of the toggle "QelL3AgentMpls" (on:
+// another agent writes the hardware status and FEC-id response tables), with
+// the mode configured before the root is created.
 
 struct ModeCase {
   MplsSmAdjacencyProgrammer mode;
   bool toggleOn;
 };
 
-std::string caseName(const ::testing::TestParamInfo<ModeCase>& info) {
-  return std::string(info.param.mode == kDirect ? "direct" : "mediated") +
-         (info.param.toggleOn ? "ToggleOn" : "ToggleOff");
-}
-
-class RootMounting : public RootFixture, public ::testing::WithParamInterface<ModeCase> {
+class RootMounting : public SwitchFixture, public ::testing::WithParamInterface<ModeCase> {
  protected:
-  void SetUp() override {
-    qelL3AgentMplsIs(GetParam().toggleOn);
-    platformTablesIs(GetParam().toggleOn, mediated());
-    startRoot();
-    modeConfig->adjacencyProgrammerIs(GetParam().mode);
-    settle();
-  }
-  bool mediated() const { return GetParam().mode == kMediated; }
-  // The mount of a table that another agent owns while the toggle is on.
-  VoshMount ownedElsewhereWhenToggleOn(const char* path,
-                                       const std::vector<std::string>& collections) const {
-    if (GetParam().toggleOn) return {path, Vosh::mountTypeSharedReader, {}};
-    return {path, Vosh::mountTypeWriter, collections};
-  }
+  RootMounting() : SwitchFixture(GetParam().toggleOn) {}
 };
 
-TEST_P(RootMounting, mountsTheStateDatabasePathsOfItsModeInOrder) {
-  std::vector<Korba::MountRecord> expected = kCommonKorbaMounts;
-  if (mediated()) {
-    expected.insert(expected.end(), kMediatedKorbaMounts.begin(), kMediatedKorbaMounts.end());
-  }
-  EXPECT_EQ(korba->mounts(), expected);
-}
+TEST_P(RootMounting, mountsTheTablesOfItsModeAndBuildsItsCoreOverThem) {
+  const bool mediated = GetParam().mode == kMediated;
+  featureToggleIs("StageMgr.json", "QelL3AgentMpls", GetParam().toggleOn);
+  modeConfig->adjacencyProgrammerIs(GetParam().mode);
+  startAgent(GetParam().mode);
 
-TEST_P(RootMounting, mountsTheSharedMemoryTablesOfItsModeAsReaderOrAsWriterOfItsCollections) {
-  expectMounted({MplsRootSm::kTransitLfibPath, Vosh::mountTypeSharedReader, {}});
-  expectMounted(
-      {MplsRootSm::kLfibHwStatusPath, Vosh::mountTypeWriter, {"unprogrammedRoute", "viaSet"}});
-  expectMounted({MplsRootSm::kArpStatusPath, Vosh::mountTypeReader, {}});
-  expectMounted({MplsRootSm::kProactiveArpPath, Vosh::mountTypeWriter, {"request"}});
-  expectMounted({MplsRootSm::kBridgingStatusPath, Vosh::mountTypeSharedReader, {}});
-  expectMounted(
-      {MplsRootSm::kHwRouteConfigPath, Vosh::mountTypeWriter, {"mplsHwRoute", "l2Adjacency"}});
-  expectMounted(ownedElsewhereWhenToggleOn(MplsRootSm::kHwRouteStatusPath, kHwStatusCollections));
-  expectMounted({MplsRootSm::kUnicastFecReqPath, Vosh::mountTypeWriter, kFecRequestCollections});
-  if (mediated()) {
-    expectMounted(
-        ownedElsewhereWhenToggleOn(MplsRootSm::kUnicastFecRespPath, kFecResponseCollections));
-    expectMounted(
-        {MplsRootSm::kMulticastFecReqPath, Vosh::mountTypeWriter, kFecRequestCollections});
-    expectMounted(
-        ownedElsewhereWhenToggleOn(MplsRootSm::kMulticastFecRespPath, kFecResponseCollections));
-  } else {
-    EXPECT_FALSE(agentShm->mounted(MplsRootSm::kUnicastFecRespPath));
-    EXPECT_FALSE(agentShm->mounted(MplsRootSm::kMulticastFecReqPath));
-    EXPECT_FALSE(agentShm->mounted(MplsRootSm::kMulticastFecRespPath));
-  }
-  // One segment per path: the three input tables of the platform, the status
-  // and response tables whoever owns them, and the agent's own.
-  EXPECT_EQ(Vosh::segmentNamesUnder(prefix).size(), mediated() ? 11u : 8u);
-}
-
-// Every mounted entity, from the state database or shared memory, is named
-// after the path it lives at; the local multicast hardware status has a name
-// of its own.
-TEST_P(RootMounting, holdsTheEntityOfEveryMountedPath) {
-  auto expectHeldAt = [](const Kiv::Entity* held, const std::string& path) {
-    ASSERT_TRUE(held) << path;
-    EXPECT_EQ(held->name(), path);
+  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts + (mediated ? 3 : 0));
+  const Vosh::MountType ownedElsewhere =
+      GetParam().toggleOn ? Vosh::mountTypeSharedReader : Vosh::mountTypeWriter;
+  struct Mount {
+    const char* path;
+    Vosh::MountType type;
+    bool mediatedOnly;
   };
-  expectHeldAt(root->mplsHwSingletonConfig().get(), "cell/1/hardware/qel/mplsHwSingletonConfig");
-  expectHeldAt(root->mplsHwSingletonStatus().get(), "cell/1/hardware/qel/mplsHwSingletonStatus");
-  expectHeldAt(root->lfibInfo().get(), "routing/mpls/lfibInfo");
-  expectHeldAt(root->mplsRoutingInfo().get(), "routing/mpls/routingInfo/status");
-  expectHeldAt(root->routingHwMplsStatus().get(), "routing/hardware/mpls/status");
-  expectHeldAt(root->l3IntfTable().get(), "qel/l3IntfTable");
-  expectHeldAt(root->routingHwRouteStatus().get(), "routing/hardware/route/status");
-  if (mediated()) {
-    expectHeldAt(root->l3AdjSyncStatusExt().get(), "cell/1/qel/sync/adjSyncStatus");
-  } else {
-    EXPECT_FALSE(root->l3AdjSyncStatusExt());
+  const Mount mounts[] = {
+      {MplsRootSm::kTransitLfibPath, Vosh::mountTypeSharedReader, false},
+      {MplsRootSm::kLfibHwStatusPath, Vosh::mountTypeWriter, false},
+      {MplsRootSm::kArpStatusPath, Vosh::mountTypeReader, false},
+      {MplsRootSm::kProactiveArpPath, Vosh::mountTypeWriter, false},
+      {MplsRootSm::kBridgingStatusPath, Vosh::mountTypeSharedReader, false},
+      {MplsRootSm::kHwRouteConfigPath, Vosh::mountTypeWriter, false},
+      {MplsRootSm::kHwRouteStatusPath, ownedElsewhere, false},
+      {MplsRootSm::kUnicastFecReqPath, Vosh::mountTypeWriter, false},
+      {MplsRootSm::kUnicastFecRespPath, ownedElsewhere, true},
+      {MplsRootSm::kMulticastFecReqPath, Vosh::mountTypeWriter, true},
+      {MplsRootSm::kMulticastFecRespPath, ownedElsewhere, true},
+  };
+  for (const Mount& m : mounts) {
+    ASSERT_EQ(agentShm->mounted(m.path), mediated || !m.mediatedOnly) << m.path;
+    if (agentShm->mounted(m.path)) {
+      EXPECT_EQ(agentShm->mountType(m.path), m.type) << m.path;
+    }
   }
-  expectHeldAt(root->transitLfib().get(), MplsRootSm::kTransitLfibPath);
-  expectHeldAt(root->lfibHwStatus().get(), MplsRootSm::kLfibHwStatusPath);
-  expectHeldAt(root->arpVosh().get(), MplsRootSm::kArpStatusPath);
-  expectHeldAt(root->proactiveArpNexthop().get(), MplsRootSm::kProactiveArpPath);
-  expectHeldAt(root->bridgingStatus().get(), MplsRootSm::kBridgingStatusPath);
-  expectHeldAt(root->mplsHwCollectionConfig().get(), MplsRootSm::kHwRouteConfigPath);
-  expectHeldAt(root->mplsHwCollectionStatus().get(), MplsRootSm::kHwRouteStatusPath);
-  expectHeldAt(root->hwFecIdRequest().get(), MplsRootSm::kUnicastFecReqPath);
-  expectHeldAt(root->mcastHwStatus().get(), "qelMcastHwStatus");
-  ASSERT_TRUE(root->proactiveArpNhSm());
-  EXPECT_EQ(root->proactiveArpNhSm()->clientConfig(), root->proactiveArpNexthop());
-}
 
-TEST_P(RootMounting, buildsTheInputStatusSmOverTheLocalSummaryAndTheCoreOfTheMode) {
-  ASSERT_TRUE(root->inputStatusSummary());
   ASSERT_TRUE(root->mplsSmInputStatusSm());
-  EXPECT_EQ(root->mplsSmInputStatusSm()->mplsSmInputSummary(), root->inputStatusSummary().get());
   EXPECT_EQ(root->inputStatusSummary()->status(), Qel::MplsSmInputStatus::mplsSmInputNotReady);
-  ASSERT_TRUE(root->mplsSm());
-  EXPECT_EQ(dynamic_cast<Qel::MplsRouteAndMediatedAdjSm*>(root->mplsSm().get()) != nullptr,
-            mediated());
-  const Qel::MplsBaseSm::Inputs& in = root->mplsSm()->inputs();
-  EXPECT_EQ(in.inputStatusSummary.get(), root->inputStatusSummary().get());
-  EXPECT_EQ(in.transitLfib.get(), root->transitLfib().get());
-  EXPECT_EQ(in.mplsHwCollectionStatus.get(), root->mplsHwCollectionStatus().get());
-  EXPECT_EQ(in.hwFecIdRequest.get(), root->hwFecIdRequest().get());
-  EXPECT_EQ(in.proactiveArpNhSm.get(), root->proactiveArpNhSm().get());
-  EXPECT_EQ(in.localLfibInfo.get(), localLfibInfo.get());
-  EXPECT_EQ(in.l3AdjSyncStatusExt.get(), mediated() ? root->l3AdjSyncStatusExt().get() : nullptr);
-  EXPECT_EQ(in.taskScheduler, &scheduler);
+  EXPECT_EQ(dynamic_cast<Qel::MplsRouteAndMediatedAdjSm*>(sm()) != nullptr, mediated);
+  EXPECT_EQ(sm()->inputs().l3AdjSyncStatusExt != nullptr, mediated);
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, RootMounting,
                          ::testing::Values(ModeCase{kDirect, true}, ModeCase{kDirect, false},
                                            ModeCase{kMediated, true}, ModeCase{kMediated, false}),
-                         caseName);
+                         [](const ::testing::TestParamInfo<ModeCase>& info) {
+                           return std::string(info.param.mode == kDirect ? "direct" : "mediated") +
+                                  (info.param.toggleOn ? "ToggleOn" : "ToggleOff");
+                         });
 
 // ---------------------------------------------------------------------------
 // When mounting starts, and how it fails.
 
-using RootStart = RootFixture;
+using RootStart = SwitchFixture;
 
-TEST_F(RootStart, mountsNothingUntilTheConfigurationNamesAProgrammer) {
-  platformTablesIs(true, false);
-  startRoot();
+TEST_F(RootStart, mountsTheStateDatabaseOnceAProgrammerIsNamedAndTheRestOnceThatCompletes) {
+  createRoot();
   settle();
   EXPECT_TRUE(korba->mounts().empty());
-  EXPECT_FALSE(agentShm->mounted(MplsRootSm::kTransitLfibPath));
-  EXPECT_FALSE(root->inputStatusSummary());
 
   modeConfig->adjacencyProgrammerIs(kDirect);
-  settle();
-  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts.size());
-  EXPECT_TRUE(root->mplsSm());
-}
-
-TEST_F(RootStart, mountsSharedMemoryAndBuildsOnlyOnceTheStateDatabaseMountsComplete) {
-  platformTablesIs(true, false);
-  modeConfig->adjacencyProgrammerIs(kDirect);
-  startRoot();
-  EXPECT_EQ(korba->mounts(), kCommonKorbaMounts);
+  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts);
   EXPECT_FALSE(agentShm->mounted(MplsRootSm::kTransitLfibPath));
   EXPECT_FALSE(root->inputStatusSummary());
   EXPECT_FALSE(root->mplsSmInputStatusSm());
@@ -305,14 +99,13 @@ TEST_F(RootStart, mountsSharedMemoryAndBuildsOnlyOnceTheStateDatabaseMountsCompl
   scheduler.runUntilIdle();
   EXPECT_TRUE(agentShm->mounted(MplsRootSm::kTransitLfibPath));
   EXPECT_TRUE(root->mplsSm());
-  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts.size());
+  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts);
 }
 
 TEST_F(RootStart, failedStateDatabaseMountStopsTheAgentBeforeAnythingIsBuilt) {
-  platformTablesIs(true, false);
-  korba->entityIs("routing/mpls/lfibInfo", "Mpls::RoutingInfo",
-                  Kiv::make<Mpls::RoutingInfo>("routing/mpls/lfibInfo"));
-  startRoot();
+  const char* path = "routing/hardware/route/status";
+  korba->entityIs(path, "Mpls::RoutingInfo", Kiv::make<Mpls::RoutingInfo>(path));
+  createRoot();
   modeConfig->adjacencyProgrammerIs(kDirect);
   try {
     settle();
@@ -321,7 +114,6 @@ TEST_F(RootStart, failedStateDatabaseMountStopsTheAgentBeforeAnythingIsBuilt) {
     EXPECT_EQ(e.condition(), "mountStatus == Korba::mountSuccess_");
   }
   EXPECT_FALSE(root->inputStatusSummary());
-  EXPECT_FALSE(root->mplsSmInputStatusSm());
   EXPECT_FALSE(root->mplsSm());
   EXPECT_FALSE(agentShm->mounted(MplsRootSm::kTransitLfibPath));
 }
@@ -329,11 +121,11 @@ TEST_F(RootStart, failedStateDatabaseMountStopsTheAgentBeforeAnythingIsBuilt) {
 // ---------------------------------------------------------------------------
 // Changes of the programming mode once assembled.
 
-using RootModeChange = RootFixture;
+using RootModeChange = SwitchFixture;
 
-TEST_F(RootModeChange, toAnotherProgrammerIsRefusedAndNothingIsRebuilt) {
-  startDirectAgent();
-  Qel::MplsBaseSm* core = root->mplsSm().get();
+TEST_F(RootModeChange, toAnotherProgrammerIsRefusedAndBackToTheSameOnlyTracesThatTheCoreExists) {
+  startAgent();
+  Qel::MplsBaseSm* core = sm();
   Qel::MplsSmInputStatusSm* inputSm = root->mplsSmInputStatusSm().get();
   try {
     modeConfig->adjacencyProgrammerIs(kMediated);
@@ -343,23 +135,16 @@ TEST_F(RootModeChange, toAnotherProgrammerIsRefusedAndNothingIsRebuilt) {
   }
   settle();
   EXPECT_EQ(root->adjacencyType(), kDirect);
-  EXPECT_EQ(root->mplsSm().get(), core);
   EXPECT_EQ(root->mplsSmInputStatusSm().get(), inputSm);
-  EXPECT_EQ(korba->mounts(), kCommonKorbaMounts);
   EXPECT_FALSE(agentShm->mounted(MplsRootSm::kMulticastFecReqPath));
-}
 
-TEST_F(RootModeChange, backToTheSameProgrammerOnlyTracesThatTheCoreExists) {
-  startDirectAgent();
-  Qel::MplsBaseSm* core = root->mplsSm().get();
-  EXPECT_THROW(modeConfig->adjacencyProgrammerIs(kMediated), Kiv::InternalError);
   Pellet::Capture capture{"QelMplsRootSm"};
   modeConfig->adjacencyProgrammerIs(kDirect);
   settle();
   EXPECT_EQ(capture.count("MplsSm already created"), 1u);
   EXPECT_FALSE(capture.contains("startMounting"));
-  EXPECT_EQ(root->mplsSm().get(), core);
-  EXPECT_EQ(korba->mounts(), kCommonKorbaMounts);
+  EXPECT_EQ(sm(), core);
+  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts);
 }
 
 // A core whose release notes whether the input status state machine was
@@ -374,46 +159,34 @@ class CoreReleaseProbe : public Qel::MplsRouteAndDirectAdjSm {
   std::function<void()> onRelease_;
 };
 
-TEST_F(RootModeChange, toNoneReleasesTheCoreFirstAndTheInputStatusSmLast) {
-  startDirectAgent();
-  bool released = false;
+// None releases the core first and the input status state machine last,
+// keeps every mounted entity, and a return mounts and builds over them.
+TEST_F(RootModeChange, toNoneReleasesTheStateMachinesKeepsEveryMountedEntityAndBackBuildsAgain) {
+  startAgent();
   bool inputSmAtCoreRelease = false;
-  root->mplsSmIs(Kiv::make<CoreReleaseProbe>(root->mplsSm()->inputs(), [&] {
-    released = true;
-    inputSmAtCoreRelease = root->mplsSmInputStatusSm() != nullptr;
-  }));
+  root->mplsSmIs(Kiv::make<CoreReleaseProbe>(
+      sm()->inputs(), [&] { inputSmAtCoreRelease = root->mplsSmInputStatusSm() != nullptr; }));
+  Kiv::Ptr<Mpls::LfibStatus> lfibStatus = root->transitLfib();
   modeConfig->adjacencyProgrammerIs(kNone);
-  EXPECT_TRUE(released);
   EXPECT_TRUE(inputSmAtCoreRelease);
   EXPECT_FALSE(root->mplsSm());
   EXPECT_FALSE(root->mplsSmInputStatusSm());
-}
-
-TEST_F(RootModeChange, toNoneKeepsEveryMountedAndLocalEntity) {
-  startDirectAgent();
-  Kiv::Ptr<Qel::MplsSmInputSummary> summary = root->inputStatusSummary();
-  Kiv::Ptr<Mpls::LfibStatus> lfib = root->transitLfib();
-  modeConfig->adjacencyProgrammerIs(kNone);
   settle();
-  EXPECT_EQ(root->inputStatusSummary(), summary);
-  EXPECT_EQ(root->transitLfib(), lfib);
-  EXPECT_TRUE(root->mplsHwCollectionConfig() && root->mplsRoutingInfo() && root->mcastHwStatus());
-  EXPECT_TRUE(agentShm->mounted(MplsRootSm::kHwRouteConfigPath));
+  EXPECT_EQ(root->transitLfib(), lfibStatus);
+  EXPECT_TRUE(root->inputStatusSummary() && root->mplsHwCollectionConfig() &&
+              root->mcastHwStatus());
   EXPECT_EQ(root->adjacencyType(), kDirect);
   EXPECT_THROW(modeConfig->adjacencyProgrammerIs(kMediated), Kiv::InternalError);
-}
 
-TEST_F(RootModeChange, backFromNoneMountsAndBuildsAgain) {
-  startDirectAgent();
-  modeConfig->adjacencyProgrammerIs(kNone);
   modeConfig->adjacencyProgrammerIs(kDirect);
   EXPECT_FALSE(root->mplsSm());
   settle();
   ASSERT_TRUE(root->mplsSm());
   ASSERT_TRUE(root->mplsSmInputStatusSm());
-  EXPECT_EQ(root->mplsSm()->inputs().inputStatusSummary.get(), root->inputStatusSummary().get());
-  EXPECT_EQ(korba->mounts().size(), 2 * kCommonKorbaMounts.size());
+  EXPECT_EQ(sm()->inputs().inputStatusSummary.get(), root->inputStatusSummary().get());
+  EXPECT_EQ(korba->mounts().size(), 2 * kCommonKorbaMounts);
   EXPECT_EQ(agentShm->mountType(MplsRootSm::kHwRouteStatusPath), Vosh::mountTypeSharedReader);
 }
 
 }  // namespace
+}  // namespace QelTest

@@ -47,44 +47,34 @@ class StartupRecovery : public SwitchFixture {
   }
 };
 
-TEST_F(StartupRecovery, directColdStartEmptiesTheHardwareTablesBeforeAnyRouteIsProgrammed) {
+TEST_F(StartupRecovery, directColdStartEmptiesTheHardwareTablesAndKeepsNoPublishedAdjacency) {
   startAgent();
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 300}});
   routeIs(100, 1);
-  routeIs(101, 1);
+  routeIs(101, 2);
+  routeIs(102, 1);
   settle();
-  ASSERT_EQ(hwRoutes(), 2u);
-  ASSERT_EQ(hwL2Adjacencies(), 1u);
+  ASSERT_EQ(hwRoutes(), 3u);
+  ASSERT_EQ(hwL2Adjacencies(), 2u);
+  ASSERT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), 2u);
 
   stopCore();
+  routeDel(101);
   startCore();
-  EXPECT_EQ(hwRoutes(), 0u);
+  EXPECT_EQ(hwRoutes(), 0u) << "emptied before any route is programmed";
   EXPECT_EQ(hwL2Adjacencies(), 0u);
   EXPECT_EQ(root->routingHwMplsStatus()->routes(), 0u);
 
   settle();
   EXPECT_EQ(hwRoutes(), 2u);
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
-}
-
-TEST_F(StartupRecovery, directColdStartLeavesNoPublishedAdjacencyOfThePreviousRun) {
-  startAgent();
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 300}});
-  routeIs(100, 1);
-  routeIs(101, 2);
-  settle();
-  ASSERT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), 2u);
-  stopCore();
-  routeDel(101);
-
-  startCore();
-  settle();
+  EXPECT_EQ(published(102).state, RouteState::routeStateProgrammed);
   EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), state()->l3Adjacencys());
   EXPECT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), state()->l2Adjacencys());
 
   routeDel(100);
+  routeDel(102);
   settle();
   expectNoRouteResourcesLeft();
 }
@@ -106,27 +96,9 @@ TEST_F(StartupRecovery, mediatedColdStartEmptiesTheHardwareAndRequestTables) {
   EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
 }
 
+// A recovered route is taken over without a write; a stale one is deleted
+// once, at sync done.
 TEST_F(StartupRecovery, recoveryKeepsTheHardwareTablesAndDeletesAStaleRouteOnceAtSyncDone) {
-  programFirstRun();
-  Pellet::Capture capture({"QelMplsSm"});
-
-  restartWithoutRoute101();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
-  EXPECT_TRUE(hwRoute(100)) << "a recovered route keeps forwarding while the LFIB is replayed";
-  EXPECT_TRUE(hwRoute(101)) << "a stale route keeps forwarding until sync is done";
-
-  settle();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_FALSE(hwRoute(101));
-  EXPECT_TRUE(hwRoute(100));
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-
-  advance(Qel::MplsBaseSm::timeoutSyncDelay + 1);
-  EXPECT_EQ(staleDeletions(capture, 101), 1u);
-  EXPECT_EQ(staleDeletions(capture, 100), 0u);
-}
-
-TEST_F(StartupRecovery, aRouteThatSurvivesARestartIsTakenOverWithoutAWrite) {
   programFirstRun();
   // A second write in the first run, so that a write after the restart could
   // not coincide with what is in hardware.
@@ -137,16 +109,26 @@ TEST_F(StartupRecovery, aRouteThatSurvivesARestartIsTakenOverWithoutAWrite) {
   Vosh::Fib::Fec fec = filedFec(1);
   Vosh::Qel::MplsHwRouteConfig record = hwRoute(100);
   ASSERT_EQ(record.version, 3u);
+  Pellet::Capture capture({"QelMplsSm"});
 
   restartWithoutRoute101();
+  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
+  EXPECT_TRUE(hwRoute(100)) << "a recovered route keeps forwarding while the LFIB is replayed";
+  EXPECT_TRUE(hwRoute(101)) << "a stale route keeps forwarding until sync is done";
+
   settle();
-  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+  EXPECT_FALSE(hwRoute(101));
   EXPECT_TRUE(hwRoute(100) == record) << "same version, same hardware FEC";
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
   EXPECT_EQ(fecIdOf(1), fecId);
   EXPECT_TRUE(filedFec(1) == fec);
   EXPECT_EQ(allocator.requests->hwFecIdRequest(fecId).syncId, (Qel::AdjSyncId{2, 1}))
       << "filed again once, under the new generation";
+
+  advance(Qel::MplsBaseSm::timeoutSyncDelay + 1);
+  EXPECT_EQ(staleDeletions(capture, 101), 1u);
+  EXPECT_EQ(staleDeletions(capture, 100), 0u);
 }
 
 TEST_F(StartupRecovery, syncEndsOnceTheLfibQuiescesAndSparesARouteOfferedAgainMeanwhile) {
@@ -258,23 +240,34 @@ TEST_F(StartupRecovery, adjacencyIndexesContinueAfterTheHighestRecoveredIndex) {
   EXPECT_EQ(published(100).adjacencyIndex, 42u);
 }
 
+// Route 101 turns unsupported while it waits for its first review.
 TEST_F(StartupRecovery, reviewWaitsForTheSystemLfibAndTheFirstAdjacencyGetsIndexOne) {
   systemLfibReadyIs(false);
   startAgent(kMediated);
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncMap);
 
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 300}});
   routeIs(100, 1);
+  routeIs(101, 2);
   settle();
   EXPECT_EQ(state()->l3Adjacencys(), 0u);
   EXPECT_EQ(hwRoutes(), 0u);
   EXPECT_FALSE(isPublished(100));
+  ASSERT_TRUE(state()->routeKeyForReviewHas(key(101)));
+
+  routeIs(101, 9, Mpls::LfibViaType::viaTypeIpLookup);
+  settle();
+  EXPECT_FALSE(state()->routeKeyForReviewHas(key(101)));
+  EXPECT_FALSE(sm()->mplsIpRouteKeyHas(key(101)));
 
   systemLfibReadyIs(true);
   settle();
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
   EXPECT_EQ(published(100).adjacencyIndex, 1u);
+  EXPECT_FALSE(hwRoute(101));
+  EXPECT_EQ(state()->l3Adjacencys(), 1u);
 }
 
 }  // namespace

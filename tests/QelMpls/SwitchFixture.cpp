@@ -21,15 +21,15 @@ std::string uniquePrefix() {
 }
 }  // namespace
 
-TestDriver::TestDriver(Vosh::EntityManager& platform, Vosh::EntityManager& reader)
-    : platform_(platform), reader_(reader) {
+TestDriver::TestDriver(Vosh::EntityManager& platform, bool ownsStatus) : platform_(platform) {
+  if (!ownsStatus) return;
   platform_.mountWriter(kStatusPath, Vosh::Qel::MplsHwCollectionStatus::collections());
   status = Kiv::make<Vosh::Qel::MplsHwCollectionStatus>(platform_, kStatusPath);
 }
 
 void TestDriver::attach() {
-  if (!reader_.mounted(kConfigPath)) reader_.mountReader(kConfigPath, Vosh::mountTypeReader);
-  config = Kiv::make<Vosh::Qel::MplsHwCollectionConfig>(reader_, kConfigPath);
+  if (!platform_.mounted(kConfigPath)) platform_.mountReader(kConfigPath, Vosh::mountTypeReader);
+  config = Kiv::make<Vosh::Qel::MplsHwCollectionConfig>(platform_, kConfigPath);
   routeConnection_ =
       config->onMplsHwRoute().connect([this](const Mpls::RouteKey& k) { answerRoute(k); });
   l2Connection_ = config->onL2Adjacency().connect([this](uint64_t id) { answerL2Adjacency(id); });
@@ -44,26 +44,32 @@ void TestDriver::answerRoute(const Mpls::RouteKey& key) {
     status->mplsRouteSyncMapDel(key);
     return;
   }
-  Vosh::Qel::MplsHwRouteStatus st;
-  st.routeKey = key;
-  st.version = cfg.version;
   bool fits = programmed_.contains(key) || programmed_.size() < routeCapacity;
   bool pointsSomewhere = cfg.adjacencyIdType == Vosh::Qel::adjIdTypeHardware
                              ? cfg.hwFecId() != 0
                              : config->l2AdjacencyHas(cfg.l2AdjId());
-  bool valid = pointsSomewhere && !failLabels.contains(key.topLabel().value());
-  if (fits && valid) {
-    st.state = Vosh::Qel::mplsHwRouteStateProgrammed;
+  if (fits && pointsSomewhere && !failLabels.contains(key.topLabel().value())) {
     programmed_.insert(key);
     status->mplsRouteSyncMapIs(key, Vosh::Qel::MplsRouteSyncMap{key, {}});
-  } else {
-    st.state = Vosh::Qel::mplsHwRouteStateUnprogrammed;
-    st.reason =
-        fits ? Vosh::Qel::mplsHwUnprogReasonInvalidFecId : Vosh::Qel::mplsHwUnprogReasonRouteFull;
-    st.resourceFlag = fits ? 0 : 1;
-    programmed_.erase(key);
-    status->mplsRouteSyncMapDel(key);
+    routeStatusIs(key, cfg.version, Vosh::Qel::mplsHwRouteStateProgrammed);
+    return;
   }
+  programmed_.erase(key);
+  status->mplsRouteSyncMapDel(key);
+  routeStatusIs(
+      key, cfg.version, Vosh::Qel::mplsHwRouteStateUnprogrammed,
+      fits ? Vosh::Qel::mplsHwUnprogReasonInvalidFecId : Vosh::Qel::mplsHwUnprogReasonRouteFull);
+}
+
+void TestDriver::routeStatusIs(const Mpls::RouteKey& key, uint8_t version,
+                               Vosh::Qel::MplsHwRouteState state,
+                               Vosh::Qel::MplsHwRouteUnprogrammedReason reason) {
+  Vosh::Qel::MplsHwRouteStatus st;
+  st.routeKey = key;
+  st.version = version;
+  st.state = state;
+  st.reason = reason;
+  st.resourceFlag = reason == Vosh::Qel::mplsHwUnprogReasonRouteFull ? 1 : 0;
   status->mplsHwRouteIs(st);
 }
 
@@ -81,8 +87,10 @@ void TestDriver::answerL2Adjacency(uint64_t id) {
   status->l2AdjacencyIs(st);
 }
 
-TestFecAllocator::TestFecAllocator(Vosh::EntityManager& platform, Korba::EntityManager& korba)
+TestFecAllocator::TestFecAllocator(Vosh::EntityManager& platform, Korba::EntityManager& korba,
+                                   bool ownsResponses)
     : platform_(platform), korba_(korba) {
+  if (!ownsResponses) return;
   for (const char* path :
        {Qel::MplsRootSm::kUnicastFecRespPath, Qel::MplsRootSm::kMulticastFecRespPath}) {
     platform_.mountWriter(path, Qel::FecIdToHwFecIdResponse::collections());
@@ -140,37 +148,13 @@ void TestFecAllocator::maybeReportSync() {
   status->adjSyncDoneIs(true);
 }
 
-void NonStopCore::reviewL3Adj(Qel::L3AdjIndex, Qel::L3Adjacency* adjacency) {
-  adjacency->unprogrammedIs(false);
-  adjacency->unprogrammedReasonIs(Qel::UnprogrammedReason::unprogrammedReasonNone);
-  scheduleRouteKeyForPublish(adjacency);
-}
-
-bool NonStopCore::reviewRouteKey(const Mpls::RouteKey& routeKey, Qel::MplsRoute* route) {
-  Vosh::Qel::MplsHwRouteConfig config;
-  config.routeKey = routeKey;
-  config.labelAction = Bexo::mplsActionSwap;
-  config.payloadType = Mpls::PayloadType::payloadMpls;
-  config.hwFecIdIs(route->l3AdjIndex());
-  // A record identical to what the previous run left would not reach the
-  // driver, and the route would wait for an answer that never comes.
-  uint8_t previousVersion = mplsHwCollectionConfig()->mplsHwRoute(routeKey).version;
-  route->versionInc();
-  if (static_cast<uint8_t>(route->version()) == previousVersion) route->versionInc();
-  config.version = static_cast<uint8_t>(route->version());
-  mplsHwCollectionConfig()->mplsHwRouteIs(config);
-  route->awaitingHwIs(true);
-  queueRouteKeyForPublish(routeKey);
-  return false;
-}
-
-SwitchFixture::SwitchFixture()
+SwitchFixture::SwitchFixture(bool platformAnswersHardware)
     : prefix(uniquePrefix()),
       korba(Kiv::make<Korba::EntityManager>(&scheduler)),
       platform(Kiv::make<Vosh::EntityManager>(prefix, &scheduler)),
       agentShm(Kiv::make<Vosh::EntityManager>(prefix, &scheduler)),
-      driver(*platform, *platform),
-      allocator(*platform, *korba) {
+      driver(*platform, platformAnswersHardware),
+      allocator(*platform, *korba, platformAnswersHardware) {
   Qel::featureTogglesReset();
   Qel::registerMplsKorbaTypes(*korba);
   platform->mountWriter(Qel::MplsRootSm::kTransitLfibPath, Mpls::LfibStatus::collections());
@@ -181,9 +165,12 @@ SwitchFixture::SwitchFixture()
                         Vosh::Bridging::Status::collections());
   fdb = Kiv::make<Vosh::Bridging::Status>(*platform, Qel::MplsRootSm::kBridgingStatusPath);
 
-  auto routing = Kiv::make<Mpls::RoutingInfo>("routing/mpls/routingInfo/status");
+  routing = korbaEntity<Mpls::RoutingInfo>("routing/mpls/routingInfo/status");
   routing->mplsRoutingIs(true);
-  korba->entityIs("routing/mpls/routingInfo/status", Mpls::RoutingInfo::kTypeName, routing);
+  l3Intfs = korbaEntity<QelL3Intf::Table>("qel/l3IntfTable");
+  hwSingletonStatus = korbaEntity<Qel::MplsHwSingletonStatus>(
+      korba->cellPath("hardware/qel/mplsHwSingletonStatus"));
+  lfibInfo = korbaEntity<Mpls::LfibInfo>("routing/mpls/lfibInfo");
   modeConfig = Kiv::make<Qel::MplsProgrammingModeConfig>("modeConfig");
   localLfibInfo = Kiv::make<Mpls::LocalLfibInfo>("localLfibInfo");
   attrLog = Kiv::make<Plin::AttrLogSm>();
@@ -203,8 +190,7 @@ SwitchFixture::~SwitchFixture() {
 }
 
 void SwitchFixture::startAgent(Qel::MplsSmAdjacencyProgrammer mode) {
-  root = Qel::mplsRootSmFactory(modeConfig, helper, korba, attrLog, &scheduler, localLfibInfo,
-                                hwConfig, hwStatus, agentShm);
+  createRoot();
   modeConfig->adjacencyProgrammerIs(mode);
   settle();
   ASSERT_TRUE(root->mplsSm());
@@ -213,17 +199,11 @@ void SwitchFixture::startAgent(Qel::MplsSmAdjacencyProgrammer mode) {
   settle();
 }
 
-void SwitchFixture::stopCore() {
-  modeConfig->adjacencyProgrammerIs(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone);
-}
-
 void SwitchFixture::startCore() {
   modeConfig->adjacencyProgrammerIs(root->adjacencyType());
   scheduler.runUntil([this] { return root->mplsSm() != nullptr; }, 1.0);
   ASSERT_TRUE(root->mplsSm());
 }
-
-void SwitchFixture::stopAgent() { root = nullptr; }
 
 void SwitchFixture::runReviewPasses(uint64_t passes) {
   uint64_t target = sm()->reviewCount() + passes;
@@ -231,35 +211,6 @@ void SwitchFixture::runReviewPasses(uint64_t passes) {
     scheduler.advance(0.0001);
   }
   ASSERT_EQ(sm()->reviewCount(), target) << "review passes ran closer together than one step";
-}
-
-Qel::MplsBaseSm::Inputs SwitchFixture::coreInputs() {
-  Qel::MplsBaseSm::Inputs in;
-  in.mplsHwSingletonConfig = root->mplsHwSingletonConfig();
-  in.mplsHwSingletonStatus = root->mplsHwSingletonStatus();
-  in.mplsHwCollectionConfig = root->mplsHwCollectionConfig();
-  in.mplsHwCollectionStatus = root->mplsHwCollectionStatus();
-  in.lfibInfo = root->lfibInfo();
-  in.localLfibInfo = localLfibInfo;
-  in.mplsRoutingInfo = root->mplsRoutingInfo();
-  in.transitLfib = root->transitLfib();
-  in.lfibHwStatus = root->lfibHwStatus();
-  in.routingHwRouteStatus = root->routingHwRouteStatus();
-  in.routingHwMplsStatus = root->routingHwMplsStatus();
-  in.mplsHwConfig = hwConfig;
-  in.mplsHwStatus = hwStatus;
-  in.arpVosh = root->arpVosh();
-  in.proactiveArpNhSm = root->proactiveArpNhSm();
-  in.bridgingStatus = root->bridgingStatus();
-  in.l3IntfTable = root->l3IntfTable();
-  in.inputStatusSummary = root->inputStatusSummary();
-  in.l3AdjSyncStatusExt = root->l3AdjSyncStatusExt();
-  in.hwFecIdRequest = root->hwFecIdRequest();
-  in.mplsSmHelper = helper;
-  in.attrLogSm = attrLog;
-  in.clock = scheduler.clock();
-  in.taskScheduler = &scheduler;
-  return in;
 }
 
 void SwitchFixture::featureToggleIs(const std::string& file, const std::string& toggle,
@@ -272,32 +223,6 @@ void SwitchFixture::featureToggleIs(const std::string& file, const std::string& 
   std::ofstream(toggleDir + "/" + file)
       << "{\"" << toggle << "\": " << (value ? "true" : "false") << "}\n";
   Qel::featureTogglesReset();
-}
-
-void SwitchFixture::interfaceIs(const std::string& name, uint16_t vlan, bool routedPort,
-                                bool hwSupported) {
-  auto table = korba->entityAs<QelL3Intf::Table>("qel/l3IntfTable");
-  if (!table) {
-    table = Kiv::make<QelL3Intf::Table>("qel/l3IntfTable");
-    korba->entityIs("qel/l3IntfTable", QelL3Intf::Table::kTypeName, table);
-  }
-  table->intfIdToL3IdIs(Bexo::IntfId::fromString(name),
-                        QelL3Intf::L3Id{vlan, hwSupported, routedPort});
-}
-
-void SwitchFixture::arpIs(const std::string& ip, const std::string& intf, const std::string& mac) {
-  Arp::Table::ArpKey key(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf));
-  arp->arpEntryIs(Arp::Table::ArpEntry{key, Bexo::EthAddr::fromString(mac)});
-}
-
-void SwitchFixture::arpDel(const std::string& ip, const std::string& intf) {
-  arp->arpEntryDel(
-      Arp::Table::ArpKey(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf)));
-}
-
-void SwitchFixture::fdbIs(uint16_t vlan, const std::string& mac, const std::string& port) {
-  Bridging::HostKey key(vlan, Bexo::EthAddr::fromString(mac));
-  fdb->hostEntryIs(Bridging::HostEntry{key, Bexo::IntfId::fromString(port)});
 }
 
 void SwitchFixture::mplsViaSetIs(
@@ -334,10 +259,6 @@ void SwitchFixture::viaSetIs(uint32_t id, std::vector<Mpls::LfibMplsVia> vias,
   lfib->viaSetIs(set);
 }
 
-void SwitchFixture::viaSetDel(uint32_t id, Mpls::LfibViaType type) {
-  lfib->viaSetDel(Mpls::LfibViaSetKey(type, id));
-}
-
 void SwitchFixture::externalFecViaSetIs(uint32_t id) {
   Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeExternalFec, id));
   Mpls::LfibViaKey key(Mpls::viaTypeExternalFec, nextViaIndex++);
@@ -354,34 +275,6 @@ void SwitchFixture::routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType t
   route.viaType = type;
   route.flags = flags;
   lfib->routeIs(route);
-}
-
-void SwitchFixture::routeDel(uint32_t label) {
-  lfib->routeDel(Mpls::RouteKey(Bexo::MplsLabel(label)));
-}
-
-void SwitchFixture::mplsRoutingIs(bool on) {
-  korba->entityAs<Mpls::RoutingInfo>("routing/mpls/routingInfo/status")->mplsRoutingIs(on);
-}
-
-void SwitchFixture::routeSyncMapReadyIs(bool ready) {
-  std::string path = korba->cellPath("hardware/qel/mplsHwSingletonStatus");
-  auto status = korba->entityAs<Qel::MplsHwSingletonStatus>(path);
-  if (!status) {
-    status = Kiv::make<Qel::MplsHwSingletonStatus>(path);
-    korba->entityIs(path, Qel::MplsHwSingletonStatus::kTypeName, status);
-  }
-  status->routeSyncMapReadyIs(ready);
-}
-
-void SwitchFixture::transitLfibQuiescedIs(bool quiesced) {
-  const std::string path = "routing/mpls/lfibInfo";
-  auto info = korba->entityAs<Mpls::LfibInfo>(path);
-  if (!info) {
-    info = Kiv::make<Mpls::LfibInfo>(path);
-    korba->entityIs(path, Mpls::LfibInfo::kTypeName, info);
-  }
-  info->transitLfibQuiescedIs(quiesced);
 }
 
 void SwitchFixture::expectNoRouteResourcesLeft() const {
@@ -404,14 +297,6 @@ void SwitchFixture::expectNoRouteResourcesLeft() const {
   EXPECT_EQ(root->lfibHwStatus()->viaSets(), 0u);
 }
 
-Vosh::Qel::MplsHwRouteConfig SwitchFixture::hwRoute(uint32_t label) const {
-  return driver.config->mplsHwRoute(Mpls::RouteKey(Bexo::MplsLabel(label)));
-}
-
-Vosh::Qel::MplsHwL2AdjacencyConfig SwitchFixture::hwL2(uint64_t id) const {
-  return driver.config->l2Adjacency(id);
-}
-
 Vosh::Fib::FecId SwitchFixture::fecIdOf(uint32_t viaSet) const {
   return allocator.requests->objTupleToFecId(static_cast<uint64_t>(Mpls::viaTypeMplsIp) << 32 |
                                              viaSet);
@@ -421,14 +306,6 @@ Vosh::Fib::Fec SwitchFixture::filedFec(uint32_t viaSet) const {
   Vosh::Fib::FecId fecId = fecIdOf(viaSet);
   if (fecId.adjType() == Vosh::Fib::AdjType::mpls6Adj) return allocator.requests->fec6(fecId);
   return allocator.requests->fec(fecId);
-}
-
-Mpls::Hardware::RouteInfo SwitchFixture::published(uint32_t label) const {
-  return root->routingHwMplsStatus()->route(Mpls::RouteKey(Bexo::MplsLabel(label)));
-}
-
-bool SwitchFixture::isPublished(uint32_t label) const {
-  return root->routingHwMplsStatus()->routeHas(Mpls::RouteKey(Bexo::MplsLabel(label)));
 }
 
 }  // namespace QelTest

@@ -27,7 +27,8 @@ namespace QelTest {
 // hardware FEC.
 class TestDriver {
  public:
-  TestDriver(Vosh::EntityManager& platform, Vosh::EntityManager& reader);
+  // Without `ownsStatus` the agent writes the status table and nothing answers.
+  TestDriver(Vosh::EntityManager& platform, bool ownsStatus);
   void attach();
   // Routes beyond this many are refused as route-full (with the resource flag).
   size_t routeCapacity = 1000000;
@@ -36,12 +37,15 @@ class TestDriver {
   Kiv::Ptr<Vosh::Qel::MplsHwCollectionConfig> config;
   Kiv::Ptr<Vosh::Qel::MplsHwCollectionStatus> status;
   void answerRoute(const Mpls::RouteKey& key);
+  // A status of the test's choosing; route-full carries the resource flag.
+  void routeStatusIs(
+      const Mpls::RouteKey& key, uint8_t version, Vosh::Qel::MplsHwRouteState state,
+      Vosh::Qel::MplsHwRouteUnprogrammedReason reason = Vosh::Qel::mplsHwUnprogReasonSuccess);
   void answerL2Adjacency(uint64_t id);
   size_t programmedRoutes() const { return programmed_.size(); }
 
  private:
   Vosh::EntityManager& platform_;
-  Vosh::EntityManager& reader_;
   std::set<Mpls::RouteKey> programmed_;
   Kiv::Connection routeConnection_;
   Kiv::Connection l2Connection_;
@@ -54,7 +58,7 @@ class TestDriver {
 // once that generation is declared ready and every request is answered.
 class TestFecAllocator {
  public:
-  TestFecAllocator(Vosh::EntityManager& platform, Korba::EntityManager& korba);
+  TestFecAllocator(Vosh::EntityManager& platform, Korba::EntityManager& korba, bool ownsResponses);
   void attach();
   // Answers what was filed while `answer` was off.
   void answerAll();
@@ -80,29 +84,20 @@ class TestHelper : public QelHelper::MplsSmHelper {
   bool nonStopForwarding = false;
 };
 
-// A core for a platform whose hardware keeps forwarding across an agent
-// restart. It points each route at a hardware FEC named after the route's
-// layer-3 adjacency and writes no layer-2 records, as a FEC-based platform
-// does, so what a test sees of start-up and recovery is the core's own.
-class NonStopCore : public Qel::MplsBaseSm {
- public:
-  using Qel::MplsBaseSm::MplsBaseSm;
-  bool forwardingIntoExternalFecsSupported() const override { return true; }
-  bool mplsNonStopForwardingSupported() const override { return true; }
-  void handleInitializedSubClass() override { handleInputStatusSummaryReady(); }
-  void reviewL3Adj(Qel::L3AdjIndex index, Qel::L3Adjacency* adjacency) override;
-  bool reviewRouteKey(const Mpls::RouteKey& routeKey, Qel::MplsRoute* route) override;
-};
-
 class SwitchFixture : public ::testing::Test {
  protected:
-  SwitchFixture();
+  // Without `platformAnswersHardware` the platform owns no hardware status or
+  // FEC-id response table: the agent writes them itself.
+  explicit SwitchFixture(bool platformAnswersHardware = true);
   ~SwitchFixture() override;
 
+  void createRoot() {
+    root = Qel::mplsRootSmFactory(modeConfig, helper, korba, attrLog, &scheduler, localLfibInfo,
+                                  hwConfig, hwStatus, agentShm);
+  }
   // Creates the root and lets it mount and build its state machines.
   void startAgent(
       Qel::MplsSmAdjacencyProgrammer mode = Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect);
-  void stopAgent();
   // Lets every reaction, review pass and driver answer due in the next half second run.
   void settle() { scheduler.advance(0.5); }
   void advance(double seconds) { scheduler.advance(seconds); }
@@ -110,25 +105,12 @@ class SwitchFixture : public ::testing::Test {
   // passes, so that the state between two passes can be looked at.
   void runReviewPasses(uint64_t passes);
 
-  // The inputs the root builds its core with.
-  Qel::MplsBaseSm::Inputs coreInputs();
-  // Drops the root's core and builds a new one over the same mounted inputs.
-  template <class Core>
-  Core* restartCore(const Qel::MplsBaseSm::Inputs& inputs) {
-    root->mplsSmIs(nullptr);
-    auto core = Kiv::make<Core>("mplsSm", inputs);
-    root->mplsSmIs(core);
-    core->handleInitialized();
-    return core.get();
-  }
-  template <class Core>
-  Core* restartCore() {
-    return restartCore<Core>(coreInputs());
-  }
   // An agent restart as the root sees it: the programmer goes to none (the
   // state machines go, every mounted entity stays) and back. startCore
   // returns as soon as the new core is built, before any of its tasks ran.
-  void stopCore();
+  void stopCore() {
+    modeConfig->adjacencyProgrammerIs(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone);
+  }
   void startCore();
 
   // Writes a toggle file in a directory of this test's own and makes the
@@ -136,11 +118,19 @@ class SwitchFixture : public ::testing::Test {
   void featureToggleIs(const std::string& file, const std::string& toggle, bool value);
 
   // Inputs.
-  void interfaceIs(const std::string& name, uint16_t vlan, bool routedPort = true,
-                   bool hwSupported = true);
-  void arpIs(const std::string& ip, const std::string& intf, const std::string& mac);
-  void arpDel(const std::string& ip, const std::string& intf);
-  void fdbIs(uint16_t vlan, const std::string& mac, const std::string& port);
+  void interfaceIs(const std::string& name, uint16_t vlan, bool routedPort = true) {
+    l3Intfs->intfIdToL3IdIs(Bexo::IntfId::fromString(name),
+                            QelL3Intf::L3Id{vlan, true, routedPort});
+  }
+  void arpIs(const std::string& ip, const std::string& intf, const std::string& mac) {
+    arp->arpEntryIs(Arp::Table::ArpEntry{
+        Arp::Table::ArpKey(Bexo::IpGenAddr::fromString(ip), Bexo::IntfId::fromString(intf)),
+        Bexo::EthAddr::fromString(mac)});
+  }
+  void fdbIs(uint16_t vlan, const std::string& mac, const std::string& port) {
+    fdb->hostEntryIs(Bridging::HostEntry{Bridging::HostKey(vlan, Bexo::EthAddr::fromString(mac)),
+                                         Bexo::IntfId::fromString(port)});
+  }
   // A via set of MPLS-over-IP vias: "nexthop intf label" each, swapping.
   void mplsViaSetIs(uint32_t id,
                     const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias,
@@ -150,27 +140,35 @@ class SwitchFixture : public ::testing::Test {
                                    Mpls::PayloadType payload = Mpls::PayloadType::payloadMpls);
   // Writes the vias under fresh via keys, then the via set naming them.
   void viaSetIs(uint32_t id, std::vector<Mpls::LfibMplsVia> vias, uint32_t backupViaSet = 0);
-  void viaSetDel(uint32_t id, Mpls::LfibViaType type = Mpls::viaTypeMplsIp);
+  void viaSetDel(uint32_t id) { lfib->viaSetDel(Mpls::LfibViaSetKey(Mpls::viaTypeMplsIp, id)); }
   void externalFecViaSetIs(uint32_t id);
   void routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type = Mpls::viaTypeMplsIp,
                uint8_t flags = 0);
-  void routeDel(uint32_t label);
-  void mplsRoutingIs(bool on);
+  void routeDel(uint32_t label) { lfib->routeDel(key(label)); }
+  void mplsRoutingIs(bool on) { routing->mplsRoutingIs(on); }
   // Start-up signals: the driver has written its route sync map, the system
   // LFIB is ready, the transit LFIB's writer has written everything.
-  void routeSyncMapReadyIs(bool ready);
+  void routeSyncMapReadyIs(bool ready) { hwSingletonStatus->routeSyncMapReadyIs(ready); }
   void systemLfibReadyIs(bool ready) { localLfibInfo->systemLfibReadyIs(ready); }
-  void transitLfibQuiescedIs(bool quiesced);
+  void transitLfibQuiescedIs(bool quiesced) { lfibInfo->transitLfibQuiescedIs(quiesced); }
 
   // Outputs.
   Qel::MplsBaseSm* sm() const { return root->mplsSm().get(); }
   Qel::MplsState* state() const { return sm()->mplsState(); }
-  Vosh::Qel::MplsHwRouteConfig hwRoute(uint32_t label) const;
-  Vosh::Qel::MplsHwL2AdjacencyConfig hwL2(uint64_t id) const;
+  Vosh::Qel::MplsHwRouteConfig hwRoute(uint32_t label) const {
+    return driver.config->mplsHwRoute(key(label));
+  }
+  Vosh::Qel::MplsHwL2AdjacencyConfig hwL2(uint64_t id) const {
+    return driver.config->l2Adjacency(id);
+  }
   size_t hwRoutes() const { return driver.config->mplsHwRoutes(); }
   size_t hwL2Adjacencies() const { return driver.config->l2Adjacencys(); }
-  Mpls::Hardware::RouteInfo published(uint32_t label) const;
-  bool isPublished(uint32_t label) const;
+  Mpls::Hardware::RouteInfo published(uint32_t label) const {
+    return root->routingHwMplsStatus()->route(key(label));
+  }
+  bool isPublished(uint32_t label) const {
+    return root->routingHwMplsStatus()->routeHas(key(label));
+  }
   Qel::MplsSmStartupStatus stage() const { return sm()->mplsSmStartupStatus(); }
   // The FEC id the agent filed for an MPLS-over-IP via set, and its description.
   Vosh::Fib::FecId fecIdOf(uint32_t viaSet) const;
@@ -179,9 +177,21 @@ class SwitchFixture : public ::testing::Test {
   // Checks that nothing a route needed is left behind once no route is left.
   void expectNoRouteResourcesLeft() const;
 
+  // A state-database entity another agent writes, there before the agent mounts it.
+  template <class T>
+  Kiv::Ptr<T> korbaEntity(const std::string& path) {
+    auto entity = Kiv::make<T>(path);
+    korba->entityIs(path, T::kTypeName, entity);
+    return entity;
+  }
+
   std::string prefix;
   Plin::TaskScheduler scheduler;
   Kiv::Ptr<Korba::EntityManager> korba;
+  Kiv::Ptr<Mpls::RoutingInfo> routing;
+  Kiv::Ptr<QelL3Intf::Table> l3Intfs;
+  Kiv::Ptr<Qel::MplsHwSingletonStatus> hwSingletonStatus;
+  Kiv::Ptr<Mpls::LfibInfo> lfibInfo;
   Kiv::Ptr<Vosh::EntityManager> platform;  // the producers' and driver's view
   Kiv::Ptr<Vosh::EntityManager> agentShm;  // the agent's view
   Kiv::Ptr<Mpls::LfibStatus> lfib;
