@@ -36,23 +36,13 @@ class FeatureToggles : public ::testing::Test {
   std::filesystem::path dir_;
 };
 
-TEST_F(FeatureToggles, areOnWhenTheirFileIsMissing) {
-  EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
-  EXPECT_TRUE(featureToggleEnabled("QelMpls.json", "QelMplsAgentKivModels"));
-}
-
-TEST_F(FeatureToggles, readFalseFromTheirFileAndStayOnWhenNotListed) {
+TEST_F(FeatureToggles, readFalseFromTheirOwnFileAndStayOnWhenNotListed) {
   fileIs("StageMgr.json", "{\n  \"QelL3AgentMpls\" : false,\n  \"Other\": true\n}\n");
+  fileIs("Mpls.json", R"({})");
   EXPECT_FALSE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
   EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "Other"));
   EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "NotListed"));
-}
-
-TEST_F(FeatureToggles, ofOneFileDoNotAnswerForAnother) {
-  fileIs("StageMgr.json", R"({"MplsUcmp": false})");
-  fileIs("Mpls.json", R"({})");
-  EXPECT_FALSE(featureToggleEnabled("StageMgr.json", "MplsUcmp"));
-  EXPECT_TRUE(featureToggleEnabled("Mpls.json", "MplsUcmp"));
+  EXPECT_TRUE(featureToggleEnabled("Mpls.json", "QelL3AgentMpls"));
 }
 
 TEST_F(FeatureToggles, areReadOnceAndCachedUntilReset) {
@@ -69,22 +59,18 @@ TEST_F(FeatureToggles, areReadOnceAndCachedUntilReset) {
 }
 
 // Every text below would turn the toggle off if it were taken at face value.
-class UnparsableToggleFile : public FeatureToggles,
-                             public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(UnparsableToggleFile, isReportedOnceAndTreatedAsMissing) {
-  fileIs("StageMgr.json", GetParam());
-  ::testing::internal::CaptureStderr();
-  EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
-  EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
-  std::string err = ::testing::internal::GetCapturedStderr();
-  EXPECT_EQ(err, "feature toggles: cannot parse " + pathOf("StageMgr.json") + "; using defaults\n");
+TEST_F(FeatureToggles, inAnUnparsableFileAreReportedOnceAndTakenAsMissing) {
+  for (const char* text : {R"({"QelL3AgentMpls": false)", R"({"QelL3AgentMpls": false,})",
+                           R"({"QelL3AgentMpls" false})", R"({"QelL3AgentMpls": "false"})",
+                           R"({"QelL3AgentMpls": 0})", R"("QelL3AgentMpls": false)", ""}) {
+    Qel::featureTogglesReset();
+    fileIs("StageMgr.json", text);
+    ::testing::internal::CaptureStderr();
+    EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls")) << text;
+    EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls")) << text;
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "feature toggles: cannot parse " + pathOf("StageMgr.json") + "; using defaults\n");
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, UnparsableToggleFile,
-    ::testing::Values(R"({"QelL3AgentMpls": false)", R"({"QelL3AgentMpls": false,})",
-                      R"({"QelL3AgentMpls" false})", R"({"QelL3AgentMpls": "false"})",
-                      R"({"QelL3AgentMpls": 0})", R"("QelL3AgentMpls": false)", ""));
 
 }  // namespace

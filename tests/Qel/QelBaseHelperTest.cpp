@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "Qel/QelBaseHelper.h"
 #include "kiv/Assert.h"
@@ -31,54 +32,43 @@ void expectRefusal(const std::function<void()>& hook, const std::string& message
 class DefaultHooks : public ::testing::Test {
  protected:
   void SetUp() override { unsetenv("QEL_NOOP_AGENT"); }
+  void TearDown() override { unsetenv("QEL_NOOP_AGENT"); }
   MplsSmHelper smHelper{"platformSmHelper"};
   MplsForwardingHelper forwardingHelper{"platformForwardingHelper"};
   uint64_t value = 77;
 };
 
-TEST_F(DefaultHooks, updateRouteStopsTheAgent) {
-  expectRefusal(
-      [&] {
-        smHelper.updateRoute(kRoute, Bexo::mplsActionSwap, Mpls::PayloadType::payloadMpls, value,
-                             Bexo::AddressingMethod{});
-      },
-      "This function must be implemented by derived class");
-}
-
-TEST_F(DefaultHooks, deleteRouteStopsTheAgent) {
-  expectRefusal([&] { smHelper.deleteRoute(kRoute); },
-                "This function must be implemented by derived class");
-}
-
-TEST_F(DefaultHooks, createOrUpdateMplsRouteStopsTheAgent) {
-  expectRefusal([&] { forwardingHelper.createOrUpdateMplsRoute(Bexo::MplsLabel(100), value); },
-                "Unimplemented createOrUpdateMplsRoute");
-}
-
-TEST_F(DefaultHooks, deleteMplsRouteStopsTheAgent) {
-  expectRefusal([&] { forwardingHelper.deleteMplsRoute(Bexo::MplsLabel(100)); },
-                "Unimplemented deleteMplsRoute");
+TEST_F(DefaultHooks, stopTheAgentNamingTheMissingOverride) {
+  const std::string derived = "This function must be implemented by derived class";
+  const std::pair<std::function<void()>, std::string> hooks[] = {
+      {[&] {
+         smHelper.updateRoute(kRoute, Bexo::mplsActionSwap, Mpls::PayloadType::payloadMpls, value,
+                              Bexo::AddressingMethod{});
+       },
+       derived},
+      {[&] { smHelper.deleteRoute(kRoute); }, derived},
+      {[&] { forwardingHelper.createOrUpdateMplsRoute(Bexo::MplsLabel(100), value); },
+       "Unimplemented createOrUpdateMplsRoute"},
+      {[&] { forwardingHelper.deleteMplsRoute(Bexo::MplsLabel(100)); },
+       "Unimplemented deleteMplsRoute"},
+  };
+  for (const auto& [hook, message] : hooks) expectRefusal(hook, message);
 }
 
 // "QEL_NOOP_AGENT" counts as set whatever its value, empty included.
-class NoopAgentHooks : public DefaultHooks, public ::testing::WithParamInterface<const char*> {
- protected:
-  void SetUp() override { setenv("QEL_NOOP_AGENT", GetParam(), 1); }
-  void TearDown() override { unsetenv("QEL_NOOP_AGENT"); }
-};
-
-TEST_P(NoopAgentHooks, returnTheirNoOperationResultsSilently) {
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(smHelper.updateRoute(kRoute, Bexo::mplsActionSwap, Mpls::PayloadType::payloadMpls,
-                                 value, Bexo::AddressingMethod{}),
-            0u);
-  EXPECT_EQ(forwardingHelper.createOrUpdateMplsRoute(Bexo::MplsLabel(100), value), 2u);
-  EXPECT_NO_THROW(smHelper.deleteRoute(kRoute));
-  EXPECT_NO_THROW(forwardingHelper.deleteMplsRoute(Bexo::MplsLabel(100)));
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(value, 77u);
+TEST_F(DefaultHooks, returnTheirNoOperationResultsSilentlyInANoOperationAgent) {
+  for (const char* setting : {"", "0", "1"}) {
+    setenv("QEL_NOOP_AGENT", setting, 1);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(smHelper.updateRoute(kRoute, Bexo::mplsActionSwap, Mpls::PayloadType::payloadMpls,
+                                   value, Bexo::AddressingMethod{}),
+              0u);
+    EXPECT_EQ(forwardingHelper.createOrUpdateMplsRoute(Bexo::MplsLabel(100), value), 2u);
+    EXPECT_NO_THROW(smHelper.deleteRoute(kRoute));
+    EXPECT_NO_THROW(forwardingHelper.deleteMplsRoute(Bexo::MplsLabel(100)));
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(value, 77u);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Values, NoopAgentHooks, ::testing::Values("", "0", "1"));
 
 }  // namespace

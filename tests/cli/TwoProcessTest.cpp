@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <regex>
 #include <set>
@@ -21,57 +23,34 @@
 #include "Subprocess.h"
 #include "sim/FecAllocator.h"
 #include "sim/HwTables.h"
+#include "sim/Report.h"
+#include "sim/ScaleScenario.h"
 #include "sim/SharedTables.h"
 
 namespace Cli::Test {
 namespace {
 
-constexpr int kViaSets = 40;
-constexpr int kRoutesPerViaSet = 2000;
-constexpr int kPorts = 8;
+constexpr size_t kRoutes = 80000;
 
-// kViaSets ECMP via sets over kPorts routed ports, each used by a range of
-// routes; the first `viaSets` of them.
-std::string scenario(int viaSets) {
-  std::string text = "interfaces:\n";
-  for (int p = 1; p <= kPorts; ++p)
-    text += fmt::format("  - {{name: Ethernet{}, vlan: {}}}\n", p, 1000 + p);
-  text += "arp:\n";
-  for (int p = 1; p <= kPorts; ++p) {
-    text += fmt::format(
-        "  - {{ip: 10.0.{}.2, interface: Ethernet{}, mac: \"00:00:5e:00:53:{:02x}\"}}\n", p, p, p);
-  }
-  text += "viaSets:\n";
-  for (int v = 1; v <= viaSets; ++v) {
-    int a = v % kPorts + 1;
-    int b = (v + 3) % kPorts + 1;
-    text += fmt::format(
-        "  - {{id: {}, type: mplsIp, vias: [{{nexthop: 10.0.{}.2, interface: Ethernet{}, action: "
-        "swap, labels: [{}]}}, {{nexthop: 10.0.{}.2, interface: Ethernet{}, action: swap, labels: "
-        "[{}]}}]}}\n",
-        v, a, a, 1000 + v, b, b, 1000 + v);
-  }
-  text += "routes:\n";
-  for (int v = 1; v <= viaSets; ++v) {
-    int first = 10000 + v * kRoutesPerViaSet;
-    text +=
-        fmt::format("  - {{labels: {}-{}, viaSet: {}}}\n", first, first + kRoutesPerViaSet - 1, v);
-  }
-  return text;
-}
-
-std::string writeFile(const std::string& path, const std::string& text) {
-  std::ofstream(path) << text;
-  return path;
+// kRoutes over 40 ECMP via sets on routed ports, nearly all over next hops of their own, less
+// the last `withdrawn` via sets and their routes.
+std::string scenario(size_t withdrawn) {
+  Sim::ScaleShape shape;
+  shape.routes = kRoutes;
+  shape.viaSets = 40;
+  shape.nextHops = 80;
+  Sim::Scenario s = Sim::scaleScenario(shape);
+  s.inputs.viaSets.resize(s.inputs.viaSets.size() - withdrawn);
+  s.inputs.routes.resize(s.inputs.routes.size() - withdrawn);
+  std::ostringstream out;
+  Sim::writeScenario(s, out);
+  return out.str();
 }
 
 struct HardwareView {
   size_t lfibRoutes = 0;
   size_t configRoutes = 0;
-  size_t answeredRoutes = 0;
   size_t hwFecRoutes = 0;
-  std::set<uint64_t> hwFecIds;
-  size_t grants = 0;
   std::vector<std::string> problems;
 };
 
@@ -81,72 +60,38 @@ HardwareView inspect(const std::string& prefix) {
   Plin::TaskScheduler scheduler;
   Sim::HwTables tables(prefix, &scheduler);
   HardwareView view;
-  if (!tables.lfib() || !tables.config() || !tables.status()) {
-    view.problems.push_back("a table is missing");
-    return view;
-  }
+  const auto problem = [&view](const std::string& text) { view.problems.push_back(text); };
+  if (!tables.lfib() || !tables.config() || !tables.status()) problem("a table is missing");
+  if (!view.problems.empty()) return view;
   const auto& config = *tables.config();
   const auto& status = *tables.status();
-  std::set<Mpls::RouteKey> lfib;
-  tables.lfib()->forEachRoute([&](const Mpls::RouteKey& k, const auto&) { lfib.insert(k); });
-  view.lfibRoutes = lfib.size();
-  std::set<uint64_t> granted;
-  if (tables.responses()) {
-    tables.responses()->forEachHwFecId([&](const auto&, const Qel::HwFecIdResponse& r) {
-      if (r.hwFecIdValid()) granted.insert(r.hwFecId);
-    });
+  const Sim::Report report = Sim::reportOf(tables);
+  for (const Sim::RouteRow& r : report.routes) {
+    view.lfibRoutes += r.inLfib;
+    view.configRoutes += r.inHardware;
+    const bool synced = status.mplsRouteSyncMapHas(r.key);
+    if (!r.inLfib || !r.inHardware || r.state != "programmed" || !synced) {
+      problem(fmt::format("route {}: in the LFIB {}, in hardware {}, {}, in the sync map {}", r.key,
+                          r.inLfib, r.inHardware, r.state, synced));
+    }
+    if (r.adjacencyIdType != "adjIdTypeHardware") continue;
+    ++view.hwFecRoutes;
+    if (r.fecId == 0) problem(fmt::format("route {} points at an ungranted FEC", r.key));
   }
-  view.grants = granted.size();
-  std::set<uint64_t> usedL2;
-  config.forEachMplsHwRoute([&](const Mpls::RouteKey& k, const Vosh::Qel::MplsHwRouteConfig& r) {
-    ++view.configRoutes;
-    if (r.adjacencyIdType == Vosh::Qel::adjIdTypeHardware) {
-      ++view.hwFecRoutes;
-      view.hwFecIds.insert(r.hwFecId());
-      if (!granted.contains(r.hwFecId()))
-        view.problems.push_back(fmt::format("route {} points at an ungranted FEC", k));
-    } else {
-      usedL2.insert(r.l2AdjId());
-    }
-    if (!lfib.contains(k)) view.problems.push_back(fmt::format("route {} is not in the LFIB", k));
-    Vosh::Qel::MplsHwRouteStatus s = status.mplsHwRoute(k);
-    if (s.version != r.version) return;
-    ++view.answeredRoutes;
-    if (s.state != Vosh::Qel::mplsHwRouteStateProgrammed) {
-      view.problems.push_back(fmt::format("route {} is not programmed", k));
-    }
-    if (!status.mplsRouteSyncMapHas(k))
-      view.problems.push_back(fmt::format("{} not in sync map", k));
-  });
-  if (view.answeredRoutes != view.configRoutes) view.problems.push_back("unanswered routes");
-  if (view.configRoutes != lfib.size()) view.problems.push_back("LFIB routes missing in hardware");
-  config.forEachL2Adjacency([&](uint64_t id, const Vosh::Qel::MplsHwL2AdjacencyConfig& r) {
-    if (!usedL2.contains(id))
-      view.problems.push_back(fmt::format("layer-2 record {} orphaned", id));
-    Vosh::Qel::MplsHwL2AdjacencyStatus s = status.l2Adjacency(id);
-    if (s.version != r.version() || s.state != Vosh::Qel::mplsHwL2AdjStateProgrammed) {
-      view.problems.push_back(fmt::format("layer-2 record {} not programmed", id));
-    }
-  });
-  for (uint64_t id : usedL2) {
-    if (!config.l2AdjacencyHas(id))
-      view.problems.push_back(fmt::format("no layer-2 record {}", id));
+  for (const Sim::L2Row& l2 : report.l2Adjacencies) {
+    if (l2.state != "programmed" || l2.routes == 0)
+      problem(fmt::format("layer-2 record {}: {} with {} routes", l2.id, l2.state, l2.routes));
+  }
+  for (const Sim::FecRow& fec : report.fecs) {
+    if (fec.hwFecId && fec.routes == 0) problem(fmt::format("FEC {} granted unused", fec.fecId));
   }
   status.forEachMplsHwRoute([&](const Mpls::RouteKey& k, const auto&) {
-    if (!config.mplsHwRouteHas(k)) view.problems.push_back(fmt::format("stale status of {}", k));
+    if (!config.mplsHwRouteHas(k)) problem(fmt::format("stale status of {}", k));
   });
   status.forEachMplsRouteSyncMap([&](const Mpls::RouteKey& k, const auto&) {
-    if (!config.mplsHwRouteHas(k)) view.problems.push_back(fmt::format("stale sync entry {}", k));
+    if (!config.mplsHwRouteHas(k)) problem(fmt::format("stale sync entry {}", k));
   });
   return view;
-}
-
-// Routes the driver has answered so far: cheap enough to poll while the
-// agent programs, which takes a fraction of a second.
-size_t answeredRoutes(const std::string& prefix) {
-  Plin::TaskScheduler scheduler;
-  Sim::HwTables tables(prefix, &scheduler);
-  return tables.status() ? tables.status()->mplsHwRoutes() : 0;
 }
 
 template <class Pred>
@@ -157,58 +102,6 @@ bool waitFor(Pred pred, double seconds, std::chrono::milliseconds interval) {
     std::this_thread::sleep_for(interval);
   }
   return pred();
-}
-
-TEST(TwoProcess, AnAgentKilledMidProgrammingAndStartedAgainLeavesExactlyTheLfibInHardware) {
-  const std::string prefix = Vosh::EntityManager::defaultPrefix() + "-2p";
-  const std::string dir = ::testing::TempDir();
-  Vosh::EntityManager::removeAll(prefix);
-  const std::string first = writeFile(dir + "qelmpls-2p-first.yaml", scenario(kViaSets));
-  // The second run withdraws two via sets and their routes.
-  const std::string second = writeFile(dir + "qelmpls-2p-second.yaml", scenario(kViaSets - 2));
-
-  Subprocess driver({"driver", "--prefix", prefix}, dir + "qelmpls-2p-driver");
-  ASSERT_TRUE(driver.started());
-  {
-    Subprocess agent({"run", first, "--prefix", prefix, "--external-driver", "--keep"},
-                     dir + "qelmpls-2p-agent1");
-    size_t answeredAtKill = 0;
-    bool programming = waitFor(
-        [&] {
-          answeredAtKill = answeredRoutes(prefix);
-          return answeredAtKill >= 1000 || !agent.running();
-        },
-        120, std::chrono::milliseconds(1));
-    ASSERT_TRUE(programming && agent.running()) << agent.err() << driver.err();
-    agent.signal(SIGKILL);
-    EXPECT_EQ(agent.wait(), 128 + SIGKILL);
-    EXPECT_LT(answeredAtKill, size_t{kViaSets} * kRoutesPerViaSet) << "killed after programming";
-  }
-  ASSERT_TRUE(driver.running()) << driver.err();
-
-  std::string out;
-  std::string err;
-  ASSERT_EQ(Subprocess::run({"run", second, "--prefix", prefix, "--external-driver", "--keep",
-                             "--max-rows", "0"},
-                            dir + "qelmpls-2p-agent2", &out, &err),
-            0)
-      << err;
-  // The driver deletes what the agent withdrew on its own time.
-  HardwareView view;
-  waitFor([&] { return (view = inspect(prefix)).problems.empty(); }, 30,
-          std::chrono::milliseconds(20));
-  EXPECT_EQ(view.lfibRoutes, size_t{kViaSets - 2} * kRoutesPerViaSet);
-  EXPECT_EQ(view.configRoutes, view.lfibRoutes);
-  for (const std::string& problem : view.problems) ADD_FAILURE() << problem;
-
-  ASSERT_TRUE(driver.running()) << driver.err();
-  driver.signal(SIGTERM);
-  EXPECT_EQ(driver.wait(), 0) << driver.err();
-  EXPECT_NE(driver.out().find("driver: "), std::string::npos);
-  EXPECT_EQ(driver.err().find("rror"), std::string::npos) << driver.err();
-  Vosh::EntityManager::removeAll(prefix);
-  std::remove(first.c_str());
-  std::remove(second.c_str());
 }
 
 constexpr size_t kScaleRoutes = 100000;
@@ -260,8 +153,84 @@ class ProgressWatch {
   Kiv::Ptr<Sim::FecAllocatorStatus> sync_;
 };
 
-// Where an agent run is killed, judged against the tables as it started; in
-// order, so that later kills hit restarts over what earlier runs programmed.
+// The driver runs throughout, in a process of its own, under a prefix of the test's own.
+class TwoProcess : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Vosh::EntityManager::removeAll(prefix);
+    std::filesystem::create_directories(dir);
+    driver = std::make_unique<Subprocess>(std::vector<std::string>{"driver", "--prefix", prefix},
+                                          path("driver"));
+    ASSERT_TRUE(driver->started());
+  }
+  void TearDown() override {
+    driver.reset();
+    Vosh::EntityManager::removeAll(prefix);
+    std::filesystem::remove_all(dir);
+  }
+  std::string path(const std::string& name) const { return dir + "/" + name; }
+  std::string writeFile(const std::string& name, const std::string& text) {
+    std::ofstream(path(name)) << text;
+    return path(name);
+  }
+  std::vector<std::string> agentArgs(const std::string& file) const {
+    return {"run", file, "--prefix", prefix, "--external-driver", "--keep"};
+  }
+  // Starts an agent and kills it once `reached` holds, which must be while it runs.
+  void killAgentWhen(const std::string& file, const std::function<bool()>& reached) {
+    Subprocess agent(agentArgs(file), path("agent"));
+    bool ok =
+        waitFor([&] { return reached() || !agent.running(); }, 120, std::chrono::milliseconds(1));
+    ASSERT_TRUE(ok && agent.running()) << agent.err() << driver->err();
+    agent.signal(SIGKILL);
+    EXPECT_EQ(agent.wait(), 128 + SIGKILL);
+  }
+  // Runs an agent until it converges and exits, then waits for the driver to have
+  // carried out what it asked.
+  HardwareView runAgentToTheEnd(const std::string& file) {
+    std::vector<std::string> args = agentArgs(file);
+    args.insert(args.end(), {"--max-rows", "0"});
+    Subprocess agent(args, path("agent"));
+    EXPECT_TRUE(waitFor([&] { return !agent.running(); }, 60, std::chrono::milliseconds(10)))
+        << "the restart did not converge";
+    EXPECT_EQ(agent.wait(), 0) << agent.err();
+    HardwareView view;
+    waitFor([&] { return (view = inspect(prefix)).problems.empty(); }, 30,
+            std::chrono::milliseconds(20));
+    for (const std::string& problem : view.problems) ADD_FAILURE() << problem;
+    return view;
+  }
+  // Stops the driver, which must have answered throughout without an error; what it printed.
+  std::string stopDriver() {
+    EXPECT_TRUE(driver->running()) << driver->err();
+    driver->signal(SIGTERM);
+    EXPECT_EQ(driver->wait(), 0) << driver->err();
+    EXPECT_EQ(driver->err().find("rror"), std::string::npos) << driver->err();
+    return driver->out();
+  }
+
+  const std::string prefix = Vosh::EntityManager::defaultPrefix() + "-" +
+                             ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  const std::string dir = ::testing::TempDir() + "qelmpls-" + prefix;
+  std::unique_ptr<Subprocess> driver;
+  ProgressWatch watch{prefix};
+};
+
+TEST_F(TwoProcess, AnAgentKilledMidProgrammingAndStartedAgainLeavesExactlyTheLfibInHardware) {
+  size_t programmedAtKill = 0;
+  killAgentWhen(writeFile("first.yaml", scenario(0)),
+                [&] { return (programmedAtKill = watch.now().programmed) >= 1000; });
+  ASSERT_FALSE(HasFatalFailure());
+  EXPECT_LT(programmedAtKill, kRoutes) << "killed after programming";
+  // The second run withdraws two via sets and their routes.
+  HardwareView view = runAgentToTheEnd(writeFile("second.yaml", scenario(2)));
+  EXPECT_EQ(view.lfibRoutes, kRoutes / 40 * 38);
+  EXPECT_EQ(view.configRoutes, view.lfibRoutes);
+  EXPECT_NE(stopDriver().find("driver: "), std::string::npos);
+}
+
+// Where a mediated agent is killed, judged against the tables as it started; in order, so
+// that later kills hit restarts over what earlier runs programmed.
 struct KillPoint {
   const char* when;
   bool (*reached)(const Progress& start, const Progress& now);
@@ -290,65 +259,34 @@ long driverCount(const std::string& out, const std::string& what) {
   return std::stol(m[1]);
 }
 
-TEST(TwoProcess, AMediatedAgentKilledAtAnyPointRestartsWithoutTouchingAProgrammedRoute) {
-  const std::string prefix = Vosh::EntityManager::defaultPrefix() + "-2pm";
-  const std::string dir = ::testing::TempDir();
-  Vosh::EntityManager::removeAll(prefix);
-  const std::string file = dir + "qelmpls-2pm.yaml";
+TEST_F(TwoProcess, AMediatedAgentKilledAtAnyPointRestartsWithoutTouchingAProgrammedRoute) {
+  std::string text;
   ASSERT_EQ(Subprocess::run({"gen", "--mode", "mediated", "--routes", "100000", "--via-sets",
-                             "10000", "-o", file},
-                            dir + "qelmpls-2pm-gen"),
+                             "10000", "-o", "-"},
+                            path("gen"), &text),
             0);
+  const std::string file = writeFile("gen.yaml", text);
   // The same routes with a late step that changes nothing, which keeps a
   // converged agent running until it is killed.
-  std::stringstream text;
-  text << std::ifstream(file).rdbuf() << "steps:\n  - {at: 3600, routing: {mpls: true}}\n";
-  const std::string held = writeFile(dir + "qelmpls-2pm-held.yaml", text.str());
-
-  Subprocess driver({"driver", "--prefix", prefix}, dir + "qelmpls-2pm-driver");
-  ASSERT_TRUE(driver.started());
-  ProgressWatch watch(prefix);
+  const std::string held =
+      writeFile("held.yaml", text + "steps:\n  - {at: 3600, routing: {mpls: true}}\n");
   for (const KillPoint& point : kKillPoints) {
     SCOPED_TRACE(point.when);
     const Progress start = watch.now();
-    Subprocess agent({"run", held, "--prefix", prefix, "--external-driver", "--keep"},
-                     dir + "qelmpls-2pm-agent");
-    bool reached = waitFor([&] { return point.reached(start, watch.now()) || !agent.running(); },
-                           30, std::chrono::milliseconds(1));
-    ASSERT_TRUE(reached && agent.running()) << agent.err() << driver.err();
-    agent.signal(SIGKILL);
-    EXPECT_EQ(agent.wait(), 128 + SIGKILL);
-    if (point.midway) {
-      EXPECT_LT(watch.now().written, kScaleRoutes) << "killed after programming";
-    }
+    killAgentWhen(held, [&] { return point.reached(start, watch.now()); });
+    ASSERT_FALSE(HasFatalFailure());
+    EXPECT_TRUE(!point.midway || watch.now().written < kScaleRoutes) << "killed after programming";
   }
-  ASSERT_TRUE(driver.running()) << driver.err();
-
   // The last start converges on its own; waiting for the sync's 600-second
   // time-out would mean the allocator's sync never reached the agent.
-  Subprocess agent(
-      {"run", file, "--prefix", prefix, "--external-driver", "--keep", "--max-rows", "0"},
-      dir + "qelmpls-2pm-agent");
-  ASSERT_TRUE(waitFor([&] { return !agent.running(); }, 30, std::chrono::milliseconds(10)))
-      << "the restart did not converge";
-  EXPECT_EQ(agent.wait(), 0) << agent.err();
-  HardwareView view = inspect(prefix);
+  HardwareView view = runAgentToTheEnd(file);
   EXPECT_EQ(view.lfibRoutes, kScaleRoutes);
   EXPECT_EQ(view.configRoutes, kScaleRoutes);
   EXPECT_EQ(view.hwFecRoutes, kScaleRoutes);
-  EXPECT_EQ(view.hwFecIds.size(), view.grants) << "granted FECs no route points at";
-  for (const std::string& problem : view.problems) ADD_FAILURE() << problem;
-
-  ASSERT_TRUE(driver.running()) << driver.err();
-  driver.signal(SIGTERM);
-  EXPECT_EQ(driver.wait(), 0) << driver.err();
-  const std::string out = driver.out();
+  const std::string out = stopDriver();
   EXPECT_EQ(driverCount(out, "routes,"), long{kScaleRoutes}) << out;
   EXPECT_EQ(driverCount(out, "route deletes"), 0) << out;
   EXPECT_EQ(driverCount(out, "route repoints"), 0) << out;
-  Vosh::EntityManager::removeAll(prefix);
-  std::remove(file.c_str());
-  std::remove(held.c_str());
 }
 
 }  // namespace

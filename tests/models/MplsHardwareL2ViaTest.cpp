@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <initializer_list>
+
 #include "models/MplsHardwareL2Via.h"
 
 namespace {
@@ -12,13 +14,16 @@ L2Via viaTo(const char* nextHop, uint32_t label, const char* intf = "Ethernet1")
                Bexo::MplsLabel(label), 1, Bexo::IpGenAddr::fromString(nextHop));
 }
 
-TEST(L2Via, givesBackTheNextHopItWasResolvedFrom) {
+L2ViaSet setOf(std::initializer_list<L2Via> vias) {
+  L2ViaSet set;
+  for (const L2Via& via : vias) set.l2ViaIs(via);
+  return set;
+}
+
+TEST(L2Via, givesBackItsNextHopAndDiffersByItsFamilyAsWellAsBytes) {
   EXPECT_EQ(viaTo("10.0.0.2", 200).nextHop(), Bexo::IpGenAddr::fromString("10.0.0.2"));
   EXPECT_EQ(viaTo("2001:db8::2", 200).nextHop(), Bexo::IpGenAddr::fromString("2001:db8::2"));
   EXPECT_EQ(L2Via().nextHop(), Bexo::IpGenAddr());
-}
-
-TEST(L2Via, differsByNextHopFamilyAsWellAsBytes) {
   EXPECT_NE(viaTo("10.0.0.2", 200), viaTo("::a00:2", 200));
   EXPECT_NE(viaTo("10.0.0.2", 200), viaTo("10.0.0.2", 201));
   EXPECT_EQ(viaTo("10.0.0.2", 200), viaTo("10.0.0.2", 200));
@@ -26,31 +31,13 @@ TEST(L2Via, differsByNextHopFamilyAsWellAsBytes) {
 
 // Adjacencies share a layer-2 adjacency when their resolved vias are the same,
 // whatever order the vias were resolved in.
-TEST(L2ViaSet, isTheSameForTheSameViasInAnyOrder) {
-  L2ViaSet forward;
-  forward.l2ViaIs(viaTo("10.0.0.2", 200));
-  forward.l2ViaIs(viaTo("10.0.1.2", 300, "Ethernet2"));
-  forward.l2ViaIs(viaTo("10.0.0.3", 100));
-  L2ViaSet backward;
-  backward.l2ViaIs(viaTo("10.0.0.3", 100));
-  backward.l2ViaIs(viaTo("10.0.1.2", 300, "Ethernet2"));
-  backward.l2ViaIs(viaTo("10.0.0.2", 200));
-  EXPECT_EQ(forward, backward);
-  EXPECT_EQ(std::hash<L2ViaSet>{}(forward), std::hash<L2ViaSet>{}(backward));
-}
-
-TEST(L2ViaSet, holdsARepeatedViaOnce) {
-  L2ViaSet set;
-  set.l2ViaIs(viaTo("10.0.0.2", 200));
-  set.l2ViaIs(viaTo("10.0.0.2", 200));
-  EXPECT_EQ(set.size(), 1u);
-}
-
-TEST(L2ViaSet, differsWhenOneViaDiffers) {
-  L2ViaSet a, b;
-  a.l2ViaIs(viaTo("10.0.0.2", 200));
-  b.l2ViaIs(viaTo("10.0.0.2", 201));
-  EXPECT_NE(a, b);
+TEST(L2ViaSet, isTheSameForTheSameViasInAnyOrderAndHoldsARepeatedViaOnce) {
+  const L2Via a = viaTo("10.0.0.2", 200), b = viaTo("10.0.1.2", 300, "Ethernet2"),
+              c = viaTo("10.0.0.3", 100);
+  EXPECT_EQ(setOf({a, b, c}), setOf({c, b, a}));
+  EXPECT_EQ(std::hash<L2ViaSet>{}(setOf({a, b, c})), std::hash<L2ViaSet>{}(setOf({c, b, a})));
+  EXPECT_EQ(setOf({a, a}).size(), 1u);
+  EXPECT_NE(setOf({a}), setOf({viaTo("10.0.0.2", 201)}));
 }
 
 }  // namespace

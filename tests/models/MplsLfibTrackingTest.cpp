@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "ModelsTestSupport.h"
@@ -13,30 +14,16 @@ using Mpls::LfibViaKey;
 using Mpls::LfibViaSetKey;
 using Mpls::RouteKey;
 
-constexpr const char* kLfibPath = "mpls/transitLfib";
 const LfibViaSetKey kSetA(Mpls::viaTypeMplsIp, 1);
 const LfibViaSetKey kSetB(Mpls::viaTypeMplsIp, 2);
 
 RouteKey key(uint32_t label) { return RouteKey(Bexo::MplsLabel(label)); }
 LfibViaKey via(uint32_t index) { return LfibViaKey(Mpls::viaTypeMplsIp, index); }
 
-// The LFIB producer writes the transit LFIB; the tracking state machine runs
-// over the consumer's reading view of it, as in the agent.
-class LfibTracking : public ModelsTest::ShmFixture {
+// The tracking state machine runs over the consumer's reading view of the LFIB, as in the
+// agent.
+class LfibTracking : public ModelsTest::LfibFixture {
  protected:
-  LfibTracking() {
-    writerShm->mountWriter(kLfibPath, Mpls::LfibStatus::collections());
-    producer = Kiv::make<Mpls::LfibStatus>(*writerShm, kLfibPath);
-    readerShm->mountReader(kLfibPath, Vosh::mountTypeSharedReader);
-    lfib = Kiv::make<Mpls::LfibStatus>(*readerShm, kLfibPath);
-    status = Kiv::make<Mpls::LfibTrackingStatus>();
-  }
-  ~LfibTracking() override {
-    sm = nullptr;
-    lfib = nullptr;
-    producer = nullptr;
-  }
-
   void startTracking() { sm = Kiv::make<Mpls::LfibTrackingSm>("lfibTrackingSm", lfib, status); }
 
   void mplsViaIs(uint32_t index, uint32_t label) {
@@ -81,79 +68,11 @@ class LfibTracking : public ModelsTest::ShmFixture {
     return {users->routeKeyColl().begin(), users->routeKeyColl().end()};
   }
 
-  Kiv::Ptr<Mpls::LfibStatus> producer;
-  Kiv::Ptr<Mpls::LfibStatus> lfib;
-  Kiv::Ptr<Mpls::LfibTrackingStatus> status;
+  Kiv::Ptr<Mpls::LfibTrackingStatus> status = Kiv::make<Mpls::LfibTrackingStatus>();
   Kiv::Ptr<Mpls::LfibTrackingSm> sm;
 };
 
-class LfibTrackingRoutes : public LfibTracking {
- protected:
-  void SetUp() override {
-    startTracking();
-    mplsViaIs(1, 200);
-    viaSetIs(kSetA, {1});
-    viaSetIs(kSetB, {1});
-    deliver();
-    consumeBacklogs();
-  }
-};
-
-TEST_F(LfibTrackingRoutes, newRouteIsBackloggedAndIndexedUnderItsViaSet) {
-  routeIs(100, kSetA);
-  deliver();
-  EXPECT_EQ(routeBacklog(), std::set<RouteKey>{key(100)});
-  EXPECT_TRUE(viaSetBacklog().empty());
-  EXPECT_EQ(usersOf(kSetA), std::set<RouteKey>{key(100)});
-  EXPECT_TRUE(usersOf(kSetB).empty());
-}
-
-TEST_F(LfibTrackingRoutes, routeMovingToAnotherViaSetIsReindexed) {
-  routeIs(100, kSetA);
-  routeIs(101, kSetA);
-  deliver();
-  consumeBacklogs();
-
-  routeIs(100, kSetB);
-  deliver();
-  EXPECT_EQ(routeBacklog(), std::set<RouteKey>{key(100)});
-  EXPECT_EQ(usersOf(kSetA), std::set<RouteKey>{key(101)});
-  EXPECT_EQ(usersOf(kSetB), std::set<RouteKey>{key(100)});
-
-  routeIs(101, kSetB);
-  deliver();
-  EXPECT_FALSE(status->viaSetKeyToRouteKeySetHas(kSetA));
-  EXPECT_EQ(usersOf(kSetB), (std::set<RouteKey>{key(100), key(101)}));
-}
-
-TEST_F(LfibTrackingRoutes, deletedRouteIsBackloggedAndLeavesTheIndex) {
-  routeIs(100, kSetA);
-  routeIs(101, kSetA);
-  deliver();
-  consumeBacklogs();
-
-  producer->routeDel(key(100));
-  deliver();
-  EXPECT_EQ(routeBacklog(), std::set<RouteKey>{key(100)});
-  EXPECT_EQ(usersOf(kSetA), std::set<RouteKey>{key(101)});
-
-  producer->routeDel(key(101));
-  deliver();
-  EXPECT_FALSE(status->viaSetKeyToRouteKeySetHas(kSetA));
-  EXPECT_EQ(status->viaSetKeyToRouteKeySets(), 0u);
-}
-
-TEST_F(LfibTrackingRoutes, routeChangedInPlaceIsBackloggedAndStaysIndexed) {
-  routeIs(100, kSetA);
-  deliver();
-  consumeBacklogs();
-  routeIs(100, kSetA, 1);
-  deliver();
-  EXPECT_EQ(routeBacklog(), std::set<RouteKey>{key(100)});
-  EXPECT_EQ(usersOf(kSetA), std::set<RouteKey>{key(100)});
-}
-
-class LfibTrackingViaSets : public LfibTracking {
+class LfibTrackingStarted : public LfibTracking {
  protected:
   void SetUp() override {
     startTracking();
@@ -165,58 +84,73 @@ class LfibTrackingViaSets : public LfibTracking {
     deliver();
     consumeBacklogs();
   }
+  // Delivers what was published and what the backlogs took in, which the consumer then takes.
+  std::pair<std::set<RouteKey>, std::set<LfibViaSetKey>> delivered() {
+    deliver();
+    auto backlogs = std::make_pair(routeBacklog(), viaSetBacklog());
+    consumeBacklogs();
+    return backlogs;
+  }
 };
 
-TEST_F(LfibTrackingViaSets, changedViaSetIsBackloggedAndAnnouncedOnce) {
+using Routes = std::set<RouteKey>;
+using ViaSets = std::set<LfibViaSetKey>;
+
+TEST_F(LfibTrackingStarted, backlogsEachRouteChangeAndIndexesRoutesUnderTheirViaSet) {
+  routeIs(100, kSetA);
+  routeIs(101, kSetA);
+  EXPECT_EQ(delivered(), std::make_pair(Routes{key(100), key(101)}, ViaSets{}));
+  EXPECT_EQ(usersOf(kSetA), (Routes{key(100), key(101)}));
+  EXPECT_TRUE(usersOf(kSetB).empty());
+
+  routeIs(100, kSetA, 1);
+  EXPECT_EQ(delivered(), std::make_pair(Routes{key(100)}, ViaSets{}));
+  EXPECT_EQ(usersOf(kSetA), (Routes{key(100), key(101)}));
+
+  routeIs(100, kSetB);
+  EXPECT_EQ(delivered().first, Routes{key(100)});
+  EXPECT_EQ(usersOf(kSetA), Routes{key(101)});
+  EXPECT_EQ(usersOf(kSetB), Routes{key(100)});
+
+  routeIs(101, kSetB);
+  delivered();
+  EXPECT_FALSE(status->viaSetKeyToRouteKeySetHas(kSetA));
+  EXPECT_EQ(usersOf(kSetB), (Routes{key(100), key(101)}));
+
+  producer->routeDel(key(100));
+  EXPECT_EQ(delivered().first, Routes{key(100)});
+  EXPECT_EQ(usersOf(kSetB), Routes{key(101)});
+
+  producer->routeDel(key(101));
+  delivered();
+  EXPECT_EQ(status->viaSetKeyToRouteKeySets(), 0u);
+}
+
+TEST_F(LfibTrackingStarted, backlogsEachViaSetThatAChangedViaSetOrViaConcerns) {
+  mplsViaIs(1, 201);
+  EXPECT_EQ(delivered(), std::make_pair(Routes{}, ViaSets{kSetA, kSetB}));
+  mplsViaIs(2, 301);
+  EXPECT_EQ(delivered().second, ViaSets{kSetB});
+  mplsViaIs(3, 401);
+  EXPECT_EQ(delivered(), std::make_pair(Routes{}, ViaSets{}));
+
   std::vector<LfibViaSetKey> announced;
   Kiv::Connection c =
       status->onViaSetKeyBacklog.connect([&](const LfibViaSetKey& k) { announced.push_back(k); });
-  viaSetIs(kSetA, {1, 3});
-  deliver();
-  EXPECT_EQ(viaSetBacklog(), std::set<LfibViaSetKey>{kSetA});
-  EXPECT_EQ(announced, std::vector<LfibViaSetKey>{kSetA});
-  EXPECT_TRUE(routeBacklog().empty());
-}
-
-TEST_F(LfibTrackingViaSets, changedViaBacklogsEveryViaSetThatUsesIt) {
-  mplsViaIs(1, 201);
-  deliver();
-  EXPECT_EQ(viaSetBacklog(), (std::set<LfibViaSetKey>{kSetA, kSetB}));
-  consumeBacklogs();
-
-  mplsViaIs(2, 301);
-  deliver();
-  EXPECT_EQ(viaSetBacklog(), std::set<LfibViaSetKey>{kSetB});
-  consumeBacklogs();
-
-  mplsViaIs(3, 401);
-  deliver();
-  EXPECT_TRUE(viaSetBacklog().empty());
-  EXPECT_TRUE(routeBacklog().empty());
-}
-
-TEST_F(LfibTrackingViaSets, changedViaSetIsBackloggedForItsNewViasOnly) {
   viaSetIs(kSetB, {2, 3});
-  deliver();
-  consumeBacklogs();
-  mplsViaIs(1, 201);
-  deliver();
-  EXPECT_EQ(viaSetBacklog(), std::set<LfibViaSetKey>{kSetA});
-  consumeBacklogs();
-  mplsViaIs(3, 401);
-  deliver();
-  EXPECT_EQ(viaSetBacklog(), std::set<LfibViaSetKey>{kSetB});
-}
+  EXPECT_EQ(delivered(), std::make_pair(Routes{}, ViaSets{kSetB}));
+  EXPECT_EQ(announced, std::vector<LfibViaSetKey>{kSetB});
+  // Only its new vias concern it now.
+  mplsViaIs(1, 202);
+  EXPECT_EQ(delivered().second, ViaSets{kSetA});
+  mplsViaIs(3, 402);
+  EXPECT_EQ(delivered().second, ViaSets{kSetB});
 
-TEST_F(LfibTrackingViaSets, deletedViaSetIsBackloggedThenForgotten) {
   producer->viaSetDel(kSetB);
-  deliver();
-  EXPECT_EQ(viaSetBacklog(), std::set<LfibViaSetKey>{kSetB});
-  consumeBacklogs();
-  mplsViaIs(2, 301);
-  mplsViaIs(1, 201);
-  deliver();
-  EXPECT_EQ(viaSetBacklog(), std::set<LfibViaSetKey>{kSetA});
+  EXPECT_EQ(delivered().second, ViaSets{kSetB});
+  mplsViaIs(2, 302);
+  mplsViaIs(1, 203);
+  EXPECT_EQ(delivered().second, ViaSets{kSetA});
 }
 
 TEST_F(LfibTracking, takesWhatWasPublishedBeforeItStartedAsSeen) {

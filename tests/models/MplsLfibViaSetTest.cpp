@@ -31,19 +31,26 @@ std::vector<std::byte> encode(const LfibViaSet& set) {
   return bytes;
 }
 
-TEST(LfibViaSetEncoding, keepsKeyBackupPrimaryFlagAndViasInPositionOrder) {
+TEST(LfibViaSetEncoding, readsBackEveryFieldAtEightBytesAVia) {
   LfibViaSet set(kKey);
   set.viaKeyIs(LfibViaIndexRange(0), LfibViaKey(Mpls::viaTypeMplsIp, 9, 2));
   set.viaKeyIs(LfibViaIndexRange(1), LfibViaKey(Mpls::viaTypeExternalFec, 3));
   set.viaKeyIs(LfibViaIndexRange(2), LfibViaKey(Mpls::viaTypeMplsIp, 1));
   set.backupViaSetKeyIs(LfibViaSetKey(Mpls::viaTypeMplsIp, 8));
   set.usableAsPrimaryViasIs(false);
+  for (const LfibViaSet& given : {set, viaSetOf(Mpls::kMaxViasPerSet), LfibViaSet(kKey)}) {
+    std::vector<std::byte> bytes = encode(given);
+    EXPECT_EQ(bytes.size(), LfibViaSet::kHeaderSize + 8 * given.vias());
+    LfibViaSet back;
+    ASSERT_TRUE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
+    EXPECT_EQ(back, given);
+    EXPECT_TRUE(back);
+  }
+  EXPECT_EQ(encode(viaSetOf(Mpls::kMaxViasPerSet)).size(), LfibViaSet::kMaxSerializedSize);
 
   std::vector<std::byte> bytes = encode(set);
-  EXPECT_EQ(bytes.size(), LfibViaSet::kHeaderSize + 3 * 8);
   LfibViaSet back;
   ASSERT_TRUE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
-  EXPECT_EQ(back, set);
   EXPECT_EQ(back.key(), kKey);
   EXPECT_EQ(back.backupViaSetKey(), LfibViaSetKey(Mpls::viaTypeMplsIp, 8));
   EXPECT_FALSE(back.usableAsPrimaryVias());
@@ -52,42 +59,20 @@ TEST(LfibViaSetEncoding, keepsKeyBackupPrimaryFlagAndViasInPositionOrder) {
   EXPECT_EQ(back.viaKey(LfibViaIndexRange(1)), LfibViaKey(Mpls::viaTypeExternalFec, 3));
 }
 
-TEST(LfibViaSetEncoding, ofAFullViaSetTakesExactlyTheMaximumSize) {
-  LfibViaSet set = viaSetOf(Mpls::kMaxViasPerSet);
-  std::vector<std::byte> bytes = encode(set);
-  EXPECT_EQ(bytes.size(), LfibViaSet::kMaxSerializedSize);
-  LfibViaSet back;
-  ASSERT_TRUE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
-  EXPECT_EQ(back, set);
-}
-
-TEST(LfibViaSetEncoding, ofAViaSetWithoutViasIsItsHeader) {
-  LfibViaSet set(kKey);
-  std::vector<std::byte> bytes = encode(set);
-  EXPECT_EQ(bytes.size(), LfibViaSet::kHeaderSize);
-  LfibViaSet back;
-  ASSERT_TRUE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
-  EXPECT_EQ(back, set);
-  EXPECT_TRUE(back);
-}
-
-TEST(LfibViaSetEncoding, isRefusedWhenItsLengthDoesNotMatchItsCount) {
+TEST(LfibViaSetEncoding, isRefusedWhenItsLengthDoesNotMatchItsCountOrItsCountIsTooHigh) {
   std::vector<std::byte> bytes = encode(viaSetOf(4));
   LfibViaSet back;
   EXPECT_FALSE(LfibViaSet::deserialize(bytes.data(), LfibViaSet::kHeaderSize - 1, back));
   EXPECT_FALSE(LfibViaSet::deserialize(bytes.data(), bytes.size() - 8, back));
   bytes.resize(bytes.size() + 8);
   EXPECT_FALSE(LfibViaSet::deserialize(bytes.data(), bytes.size(), back));
-}
 
-TEST(LfibViaSetEncoding, isRefusedWhenItsCountIsAboveTheLimit) {
   std::vector<std::byte> full = encode(viaSetOf(Mpls::kMaxViasPerSet));
   full.resize(full.size() + 8);
   // A length that fits 129 vias; the count is the header's third field, after
   // the key and the backup key.
   uint32_t count = Mpls::kMaxViasPerSet + 1;
   std::memcpy(full.data() + 16, &count, sizeof count);
-  LfibViaSet back;
   EXPECT_FALSE(LfibViaSet::deserialize(full.data(), full.size(), back));
 }
 
@@ -129,44 +114,25 @@ TEST(LfibViaSetKey, numbersTypesApartAndKeepsLargeIndexesOnTheSide) {
   EXPECT_EQ(Numbering::keyOf(Numbering::numberOf(lastOfMplsIp)), lastOfMplsIp);
   EXPECT_EQ(Numbering::numberOf(large), Kiv::kNotNumbered);
 
-  Kiv::KeyMap<LfibViaSetKey, int> map;
-  map.insert(lastOfMplsIp, 1);
-  map.insert(firstOfExternalFec, 2);
-  map.insert(large, 3);
-  EXPECT_EQ(map.size(), 3u);
-  EXPECT_EQ(*map.find(lastOfMplsIp), 1);
-  EXPECT_EQ(*map.find(firstOfExternalFec), 2);
-  EXPECT_EQ(*map.find(large), 3);
+  ModelsTest::expectKeyMapKeepsApart<LfibViaSetKey>({lastOfMplsIp, firstOfExternalFec, large});
 }
 
-constexpr const char* kLfibPath = "mpls/transitLfib";
-
-class LfibViaSetInSharedMemory : public ModelsTest::ShmFixture {
- protected:
-  LfibViaSetInSharedMemory() {
-    writerShm->mountWriter(kLfibPath, Mpls::LfibStatus::collections());
-    producer = Kiv::make<Mpls::LfibStatus>(*writerShm, kLfibPath);
-    readerShm->mountReader(kLfibPath, Vosh::mountTypeSharedReader);
-    consumer = Kiv::make<Mpls::LfibStatus>(*readerShm, kLfibPath);
-  }
-  Kiv::Ptr<Mpls::LfibStatus> producer;
-  Kiv::Ptr<Mpls::LfibStatus> consumer;
-};
+using LfibViaSetInSharedMemory = ModelsTest::LfibFixture;
 
 TEST_F(LfibViaSetInSharedMemory, reachesAReaderIntactAndShrinksWithoutLeftovers) {
   producer->viaSetIs(viaSetOf(Mpls::kMaxViasPerSet));
   deliver();
-  EXPECT_EQ(consumer->viaSet(kKey), viaSetOf(Mpls::kMaxViasPerSet));
+  EXPECT_EQ(lfib->viaSet(kKey), viaSetOf(Mpls::kMaxViasPerSet));
 
   producer->viaSetIs(viaSetOf(2));
   deliver();
-  LfibViaSet seen = consumer->viaSet(kKey);
+  LfibViaSet seen = lfib->viaSet(kKey);
   EXPECT_EQ(seen, viaSetOf(2));
   EXPECT_EQ(seen.viaKey(LfibViaIndexRange(2)), LfibViaKey());
 
   producer->viaSetDel(kKey);
   deliver();
-  EXPECT_FALSE(consumer->viaSet(kKey));
+  EXPECT_FALSE(lfib->viaSet(kKey));
 }
 
 }  // namespace

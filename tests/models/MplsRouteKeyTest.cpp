@@ -3,6 +3,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "ModelsTestSupport.h"
 #include "kiv/DirectMap.h"
 #include "models/MplsRouteKey.h"
 
@@ -23,16 +24,13 @@ TEST(RouteKeyText, refusesAnythingButLabelAndSource) {
   }
 }
 
-TEST(RouteKey, ordersByLabelThenSourceAndHashesBoth) {
+TEST(RouteKey, ordersByLabelThenSourceHashesBothAndIsEmptyOnlyWhenDefault) {
+  EXPECT_FALSE(RouteKey());
+  EXPECT_TRUE(RouteKey(Bexo::MplsLabel(0)));
   EXPECT_LT(RouteKey(Bexo::MplsLabel(100), 9), RouteKey(Bexo::MplsLabel(101), 0));
   EXPECT_LT(RouteKey(Bexo::MplsLabel(100), 1), RouteKey(Bexo::MplsLabel(100), 2));
   EXPECT_NE(std::hash<RouteKey>{}(RouteKey(Bexo::MplsLabel(100), 1)),
             std::hash<RouteKey>{}(RouteKey(Bexo::MplsLabel(100), 2)));
-}
-
-TEST(RouteKey, isEmptyOnlyWhenDefault) {
-  EXPECT_FALSE(RouteKey());
-  EXPECT_TRUE(RouteKey(Bexo::MplsLabel(0)));
 }
 
 // Keys are kept by number in the route-sized maps: neighbours across a
@@ -53,16 +51,8 @@ TEST(RouteKey, numbersDistinctKeysApartAndLeavesMalformedOnesUnnumbered) {
   std::memcpy(static_cast<void*>(&malformed), bytes, sizeof bytes);
   EXPECT_EQ(Numbering::numberOf(malformed), Kiv::kNotNumbered);
 
-  Kiv::KeyMap<RouteKey, int> map;
-  map.insert(RouteKey(Bexo::MplsLabel(7), 1), 1);
-  map.insert(malformed, 2);
-  map.insert(lastOfSource0, 3);
-  map.insert(firstOfSource1, 4);
-  EXPECT_EQ(map.size(), 4u);
-  EXPECT_EQ(*map.find(RouteKey(Bexo::MplsLabel(7), 1)), 1);
-  EXPECT_EQ(*map.find(malformed), 2);
-  EXPECT_EQ(*map.find(lastOfSource0), 3);
-  EXPECT_EQ(*map.find(firstOfSource1), 4);
+  ModelsTest::expectKeyMapKeepsApart<RouteKey>(
+      {RouteKey(Bexo::MplsLabel(7), 1), malformed, lastOfSource0, firstOfSource1});
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "sim/ScenarioParser.h"
+
 namespace Sim {
 namespace {
 
@@ -20,6 +22,7 @@ Report twoRoutes() {
   refused.key = Mpls::RouteKey(Bexo::MplsLabel(101), 2);
   refused.state = "unprogrammed";
   refused.reason = "routeFull";
+  refused.vias = programmed.vias;
   report.routes = {programmed, refused};
   report.programmed = 1;
   report.unprogrammed = 1;
@@ -28,70 +31,43 @@ Report twoRoutes() {
   return report;
 }
 
-RouteExpect routeExpect(uint32_t label, uint8_t source = 0) {
-  RouteExpect e;
-  e.key = Mpls::RouteKey(Bexo::MplsLabel(label), source);
-  e.line = 7;
-  return e;
+Expectations expectations(const std::string& text) {
+  return *parseScenarioText("expect:\n" + text, "s.yaml").expect;
 }
 
 TEST(ExpectChecker, AcceptsARunThatMeetsEveryExpectation) {
-  Expectations expect;
-  expect.programmed = 1;
-  expect.unprogrammed = 1;
-  expect.l2Adjacencies = 1;
-  expect.log = {"ROUTING_MPLS_RESOURCE_FULL"};
-  RouteExpect first = routeExpect(100);
-  first.state = "programmed";
-  first.reason = "none";
-  // In another order than the hardware keeps them.
-  first.l2 = {{Bexo::EthAddr::fromString("00:00:5e:00:53:02"), 1007, {}, 200, {}},
-              {Bexo::EthAddr::fromString("00:00:5e:00:53:01"), {}, {}, {}, {}}};
-  RouteExpect second = routeExpect(101, 2);
-  second.reason = "routeFull";
-  RouteExpect gone = routeExpect(102);
-  gone.absent = true;
-  expect.routes = {first, second, gone};
+  // The vias in another order than the hardware keeps them, and only in part.
+  const Expectations expect = expectations(R"(  routes:
+    programmed: 1
+    unprogrammed: 1
+    "100": {state: programmed, reason: none, l2: [{mac: "00:00:5e:00:53:02", vlan: 1007, label: 200},
+                                                 {mac: "00:00:5e:00:53:01"}]}
+    "101/2": {reason: routeFull}
+    "102": absent
+  l2Adjacencies: 1
+  log: [ROUTING_MPLS_RESOURCE_FULL]
+)");
   EXPECT_TRUE(checkExpectations(expect, twoRoutes()).empty());
 }
 
 TEST(ExpectChecker, ReportsEachExpectationThatFailsWithWhatWasFound) {
-  Expectations expect;
-  expect.programmed = 2;
-  expect.programmedLine = 3;
-  RouteExpect wrongState = routeExpect(101, 2);
-  wrongState.state = "programmed";
-  RouteExpect present = routeExpect(100);
-  present.absent = true;
-  expect.routes = {wrongState, present};
-  expect.log = {"ROUTING_MPLS_RESOURCE_NORMAL"};
+  // Layer-2 vias must match one for one.
+  const Expectations expect = expectations(R"(  routes:
+    programmed: 2
+    "101/2": {state: programmed, l2: [{mac: "00:00:5e:00:53:01"}]}
+    "100": absent
+    "555": {state: programmed}
+  log: [ROUTING_MPLS_RESOURCE_NORMAL]
+)");
   std::vector<ExpectFailure> failures = checkExpectations(expect, twoRoutes());
-  ASSERT_EQ(failures.size(), 4u);
+  ASSERT_EQ(failures.size(), 6u);
   EXPECT_EQ(describe("s.yaml", failures[0]), "s.yaml:3: routes.programmed: expected 2, found 1");
   EXPECT_EQ(failures[1].what, "routes.\"101/2\".state");
   EXPECT_EQ(failures[1].found, "unprogrammed");
-  EXPECT_EQ(failures[2].expected, "absent");
-  EXPECT_EQ(failures[3].found, "not logged");
-}
-
-TEST(ExpectChecker, RefusesLayer2ViasThatDoNotMatchOneForOne) {
-  Expectations expect;
-  RouteExpect route = routeExpect(100);
-  route.l2 = {{Bexo::EthAddr::fromString("00:00:5e:00:53:01"), {}, {}, {}, {}}};
-  expect.routes = {route};
-  std::vector<ExpectFailure> failures = checkExpectations(expect, twoRoutes());
-  ASSERT_EQ(failures.size(), 1u);
-  EXPECT_EQ(failures[0].what, "routes.\"100\".l2");
-}
-
-TEST(ExpectChecker, ReportsAnExpectedRouteThatIsNowhere) {
-  Expectations expect;
-  RouteExpect route = routeExpect(555);
-  route.state = "programmed";
-  expect.routes = {route};
-  std::vector<ExpectFailure> failures = checkExpectations(expect, twoRoutes());
-  ASSERT_EQ(failures.size(), 1u);
-  EXPECT_EQ(failures[0].found, "absent");
+  EXPECT_EQ(failures[2].what, "routes.\"101/2\".l2");
+  EXPECT_EQ(failures[3].expected, "absent");
+  EXPECT_EQ(failures[4].found, "absent");
+  EXPECT_EQ(failures[5].found, "not logged");
 }
 
 }  // namespace

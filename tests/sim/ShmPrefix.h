@@ -3,6 +3,7 @@
 // A shared-memory prefix of a test's own, cleared before and after it, so
 // that tests never see each other's tables nor what a crashed run left.
 
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@ class TestShmPrefix {
   TestShmPrefix() {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
     prefix_ = Vosh::EntityManager::defaultPrefix() + "-" + info->name();
+    std::replace(prefix_.begin(), prefix_.end(), '/', '-');  // parameterised tests' names
     Vosh::EntityManager::removeAll(prefix_);
   }
   ~TestShmPrefix() { Vosh::EntityManager::removeAll(prefix_); }
