@@ -1,9 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <sstream>
 #include <vector>
 
+#include "kiv/Assert.h"
 #include "kiv/Entity.h"
+#include "kiv/Value.h"
+
+namespace Demo {
+enum class Stage { stageUnknown, stageWaiting, stageNormal };
+KIV_ENUM_NAMES(Stage, stageInstance, "stageUnknown", "stageWaiting", "stageNormal")
+}  // namespace Demo
 
 namespace {
 
@@ -28,11 +36,13 @@ struct Watcher {
    void routingInfoDel() { kivRoutingInfo.reset(); }
 };
 
-TEST(Entity, notificationReachesEveryLiveWatcherAndNoneAfterItGoes) {
+TEST(Entity, attributeTellsEveryLiveWatcherOfRealChangesOnly) {
    auto info = Kiv::make<RoutingInfo>();
    Watcher a, b;
    a.routingInfoIs(info.get());
    b.routingInfoIs(info.get());
+   info->mplsRoutingIs(false);
+   info->mplsRoutingIs(true);
    info->mplsRoutingIs(true);
    EXPECT_EQ(a.log, std::vector<std::string>{"on"});
    EXPECT_EQ(b.log, std::vector<std::string>{"on"});
@@ -41,16 +51,6 @@ TEST(Entity, notificationReachesEveryLiveWatcherAndNoneAfterItGoes) {
    info->mplsRoutingIs(false);
    EXPECT_EQ(a.log, (std::vector<std::string>{"on", "off"}));
    EXPECT_EQ(b.log, std::vector<std::string>{"on"});
-}
-
-TEST(Entity, attributeNotifiesOnlyOnRealChange) {
-   auto info = Kiv::make<RoutingInfo>();
-   Watcher w;
-   w.routingInfoIs(info.get());
-   info->mplsRoutingIs(false);
-   info->mplsRoutingIs(true);
-   info->mplsRoutingIs(true);
-   EXPECT_EQ(w.log, std::vector<std::string>{"on"});
 }
 
 TEST(Entity, collectionNotifiesPerKeyOnSetChangeAndDelete) {
@@ -116,6 +116,50 @@ TEST(Ptr, releasesTheObjectWithTheLastReference) {
       EXPECT_EQ(alive, 1);
    }
    EXPECT_EQ(alive, 0);
+}
+
+TEST(Enum, printsParsesAndFormatsAndRejectsUnknownTextNamingTheType) {
+   EXPECT_EQ(stringValue(Demo::Stage::stageNormal), "stageNormal");
+   EXPECT_EQ(Demo::stageInstance("stageWaiting"), Demo::Stage::stageWaiting);
+   std::ostringstream os;
+   os << Demo::Stage::stageUnknown;
+   EXPECT_EQ(os.str(), "stageUnknown");
+   EXPECT_EQ(fmt::format("stage {}", Demo::Stage::stageNormal), "stage stageNormal");
+   try {
+      Demo::stageInstance("stageBogus");
+      FAIL() << "no exception";
+   } catch (const std::invalid_argument& e) {
+      EXPECT_NE(std::string(e.what()).find("Stage"), std::string::npos);
+      EXPECT_NE(std::string(e.what()).find("stageBogus"), std::string::npos);
+   }
+}
+
+TEST(Assert, failureCarriesTheConditionText) {
+   int mountStatus = 2;
+   try {
+      KIV_ASSERT_TEXT(mountStatus == 0, "mountStatus == Korba::mountSuccess_");
+      FAIL() << "no exception";
+   } catch (const Kiv::InternalError& e) {
+      EXPECT_EQ(e.condition(), "mountStatus == Korba::mountSuccess_");
+   }
+   try {
+      KIV_ASSERT(mountStatus < 1);
+      FAIL() << "no exception";
+   } catch (const Kiv::InternalError& e) {
+      EXPECT_EQ(e.condition(), "mountStatus < 1");
+   }
+}
+
+struct Point {
+   int x = 0, y = 0;
+   bool operator==(const Point&) const = default;
+   std::string stringValue() const { return fmt::format("({}, {})", x, y); }
+};
+
+TEST(Value, emptyMeansDefaultConstructedAndFormatsThroughStringValue) {
+   EXPECT_TRUE(Kiv::isEmpty(Point{}));
+   EXPECT_FALSE(Kiv::isEmpty(Point{0, 1}));
+   EXPECT_EQ(fmt::format("{}", Point{1, 2}), "(1, 2)");
 }
 
 }  // namespace

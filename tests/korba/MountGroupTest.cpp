@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "kiv/Assert.h"
 #include "korba/EntityManager.h"
+#include "korba/MountMode.h"
 #include "plin/TaskScheduler.h"
 
 namespace {
@@ -13,6 +16,9 @@ using Korba::EntityManager;
 using Korba::MountGroup;
 using Korba::MountRecord;
 using Korba::MountStatus;
+
+constexpr const char* kConfig = "Qel::MplsHwSingletonConfig";
+constexpr const char* kStatus = "Routing::Hardware::RouteStatus";
 
 struct SingletonConfig : Kiv::Entity {
    using Entity::Entity;
@@ -38,30 +44,60 @@ struct MountFixture : ::testing::Test {
    Kiv::Ptr<EntityManager> manager = Kiv::make<EntityManager>(&s, 3);
    Kiv::Ptr<RecordingCallback> callback = Kiv::make<RecordingCallback>();
    MountFixture() {
-      manager->registerType<SingletonConfig>("Qel::MplsHwSingletonConfig");
-      manager->registerType<RouteStatus>("Routing::Hardware::RouteStatus");
+      manager->registerType<SingletonConfig>(kConfig);
+      manager->registerType<RouteStatus>(kStatus);
    }
-   MountStatus mountAlone(const std::string& path, const std::string& typeName,
-                          const std::string& mode) {
+   // Mounts all of them in one group and runs the loop until it completes.
+   MountStatus mountTogether(const std::vector<MountRecord>& mounts) {
       auto cb = Kiv::make<RecordingCallback>();
       Kiv::Ptr<MountGroup> group = manager->mountGroup(cb);
-      group->mount(path, typeName, mode);
+      for (const MountRecord& m : mounts) group->mount(m.path, m.typeName, m.mode);
       group->close();
       s.runUntilIdle();
       EXPECT_EQ(cb->statuses.size(), 1u);
-      return cb->statuses.empty() ? Korba::mountSuccess_ : cb->statuses.front();
+      EXPECT_EQ(cb->statuses.empty() ? Korba::mountSuccess_ : cb->statuses.front(),
+                group->mountStatus());
+      return group->mountStatus();
    }
 };
 
-TEST_F(MountFixture, groupCompletesFromTheEventLoopAndNotInsideClose) {
+TEST(MountMode, acceptsSixCodesThatReadBackAsThemselvesAndNothingElse) {
+   for (const char* code : {"r", "w", "rc", "wc", "rS", "wS"}) {
+      std::optional<Korba::MountMode> mode = Korba::mountModeFromCode(code);
+      ASSERT_TRUE(mode) << code;
+      EXPECT_EQ(mode->stringValue(), code);
+   }
+   for (const char* code : {"", "x", "c", "S", "R", "rw", "wr", "rcS", "rSc", "rcc", "r ", "wC"}) {
+      EXPECT_EQ(Korba::mountModeFromCode(code), std::nullopt) << '"' << code << '"';
+   }
+}
+
+TEST_F(MountFixture, aPathKeepsItsFirstEntityGivenOnlyAsTheClassItIs) {
+   auto table = Kiv::make<RouteStatus>();
+   manager->entityIs("routing/routes", "Routing::Table", table);
+   manager->entityIs("routing/routes", "Routing::Table", table);
+   EXPECT_THROW(manager->entityIs("routing/routes", "Routing::Table", Kiv::make<RouteStatus>()),
+                Kiv::InternalError);
+   EXPECT_THROW(manager->entityIs("routing/routes", "Other::Table", table), Kiv::InternalError);
+   EXPECT_EQ(manager->entity("routing/routes"), Kiv::Ptr<Kiv::Entity>(table));
+   EXPECT_EQ(manager->entityAs<RouteStatus>("routing/routes"), table);
+   EXPECT_EQ(manager->entityAs<const RouteStatus>("routing/routes").get(), table.get());
+   EXPECT_EQ(manager->entityAs<SingletonConfig>("routing/routes"), nullptr);
+   EXPECT_EQ(manager->entityAs<RouteStatus>("nothing/here"), nullptr);
+   EXPECT_EQ(manager->entityTypeName("routing/routes"), "Routing::Table");
+}
+
+TEST_F(MountFixture, groupCompletesFromTheEventLoopAndThenLetsGoOfItsCallback) {
    Kiv::Ptr<MountGroup> group = manager->mountGroup(callback);
-   group->mount("routing/hardware/route/status", "Routing::Hardware::RouteStatus", "r");
-   group->mount("hardware/qel/config", "Qel::MplsHwSingletonConfig", "w");
+   group->mount("routing/hardware/route/status", kStatus, "r");
+   group->mount("hardware/qel/config", kConfig, "w");
    group->close();
    EXPECT_TRUE(callback->statuses.empty());
    EXPECT_FALSE(group->completed());
    EXPECT_EQ(manager->entity("hardware/qel/config"), nullptr);
+   EXPECT_EQ(callback->refCount(), 2u);
    s.runUntilIdle();
+   EXPECT_EQ(callback->refCount(), 1u);
    EXPECT_EQ(callback->statuses, std::vector<MountStatus>{Korba::mountSuccess_});
    EXPECT_EQ(callback->entityManager, manager.get());
    EXPECT_TRUE(group->completed());
@@ -72,116 +108,77 @@ TEST_F(MountFixture, groupCompletesFromTheEventLoopAndNotInsideClose) {
    EXPECT_NE(manager->entityAs<SingletonConfig>("hardware/qel/config"), nullptr);
 }
 
-TEST_F(MountFixture, completedGroupLetsGoOfItsCallback) {
-   Kiv::Ptr<MountGroup> group = manager->mountGroup(callback);
-   group->close();
-   EXPECT_EQ(callback->refCount(), 2u);
-   s.runUntilIdle();
-   EXPECT_EQ(callback->refCount(), 1u);
-}
-
 TEST_F(MountFixture, readerMountedBeforeTheWriterHoldsTheEntityTheWriterFills) {
-   ASSERT_EQ(mountAlone("hardware/qel/config", "Qel::MplsHwSingletonConfig", "r"),
-             Korba::mountSuccess_);
+   ASSERT_EQ(mountTogether({{"hardware/qel/config", kConfig, "r"}}), Korba::mountSuccess_);
    auto reader = manager->entityAs<SingletonConfig>("hardware/qel/config");
-   ASSERT_EQ(mountAlone("hardware/qel/config", "Qel::MplsHwSingletonConfig", "w"),
-             Korba::mountSuccess_);
+   ASSERT_EQ(mountTogether({{"hardware/qel/config", kConfig, "w"}}), Korba::mountSuccess_);
    manager->entityAs<SingletonConfig>("hardware/qel/config")->mplsRoutingIs(true);
    EXPECT_TRUE(reader->mplsRouting());
 }
 
-TEST_F(MountFixture, pathHeldAsAnotherTypeFailsTheGroupAndNothingIsCreated) {
-   manager->entityIs("routing/hardware/route/status", "Routing::Hardware::RouteStatus",
-                     Kiv::make<RouteStatus>());
-   Kiv::Ptr<MountGroup> group = manager->mountGroup(callback);
-   group->mount("hardware/qel/config", "Qel::MplsHwSingletonConfig", "w");
-   group->mount("routing/hardware/route/status", "Qel::MplsHwSingletonConfig", "r");
-   group->close();
-   s.runUntilIdle();
-   EXPECT_EQ(callback->statuses, std::vector<MountStatus>{Korba::mountFailureTypeMismatch_});
-   EXPECT_EQ(group->mountStatus(), Korba::mountFailureTypeMismatch_);
-   EXPECT_EQ(manager->entity("hardware/qel/config"), nullptr);
-}
-
-TEST_F(MountFixture, twoMountsOfOnePathInOneGroupMustAgreeOnItsType) {
-   Kiv::Ptr<MountGroup> group = manager->mountGroup(callback);
-   group->mount("x", "Qel::MplsHwSingletonConfig", "w");
-   group->mount("x", "Routing::Hardware::RouteStatus", "r");
-   group->close();
-   s.runUntilIdle();
-   EXPECT_EQ(callback->statuses, std::vector<MountStatus>{Korba::mountFailureTypeMismatch_});
-   EXPECT_EQ(manager->entity("x"), nullptr);
-}
-
-TEST_F(MountFixture, typeNameWithNoFactoryFailsTheGroup) {
-   EXPECT_EQ(mountAlone("qel/l3IntfTable", "QelL3Intf::Table", "r"),
-             Korba::mountFailureUnknownType_);
-   EXPECT_EQ(manager->entity("qel/l3IntfTable"), nullptr);
-}
-
-TEST_F(MountFixture, badModeCodeFailsTheGroup) {
-   for (const char* mode : {"", "x", "rw", "rcS", "W"}) {
-      EXPECT_EQ(mountAlone("hardware/qel/config", "Qel::MplsHwSingletonConfig", mode),
-                Korba::mountFailureBadMode_)
-          << '"' << mode << '"';
+// One bad mount fails its whole group, and no path of the group is created.
+TEST_F(MountFixture, aGroupWithOneBadMountFailsAndCreatesNothing) {
+   manager->entityIs("held", kStatus, Kiv::make<RouteStatus>());
+   const std::vector<std::pair<std::vector<MountRecord>, MountStatus>> cases{
+       {{{"a", kConfig, "w"}, {"held", kConfig, "r"}}, Korba::mountFailureTypeMismatch_},
+       {{{"a", kConfig, "w"}, {"a", kStatus, "r"}}, Korba::mountFailureTypeMismatch_},
+       {{{"a", kConfig, "w"}, {"b", "QelL3Intf::Table", "r"}}, Korba::mountFailureUnknownType_},
+       {{{"a", kConfig, ""}}, Korba::mountFailureBadMode_},
+       {{{"a", kConfig, "w"}, {"b", kConfig, "rw"}}, Korba::mountFailureBadMode_},
+   };
+   for (const auto& [mounts, status] : cases) {
+      EXPECT_EQ(mountTogether(mounts), status) << mounts.back();
+      EXPECT_EQ(manager->entity("a"), nullptr) << mounts.back();
+      EXPECT_EQ(manager->entity("b"), nullptr) << mounts.back();
    }
-   EXPECT_EQ(manager->entity("hardware/qel/config"), nullptr);
 }
 
 TEST_F(MountFixture, cellModesMountThePathUnderTheSwitchsCell) {
-   for (const char* mode : {"wc", "rc"}) {
-      EXPECT_EQ(
-          mountAlone("hardware/qel/mplsHwSingletonConfig", "Qel::MplsHwSingletonConfig", mode),
-          Korba::mountSuccess_);
-   }
-   EXPECT_NE(manager->entityAs<SingletonConfig>("cell/3/hardware/qel/mplsHwSingletonConfig"),
-             nullptr);
-   EXPECT_EQ(manager->entity("hardware/qel/mplsHwSingletonConfig"), nullptr);
-   EXPECT_EQ(manager->mounts().front().path, "cell/3/hardware/qel/mplsHwSingletonConfig");
+   EXPECT_EQ(mountTogether({{"hardware/qel/x", kConfig, "wc"}, {"hardware/qel/x", kConfig, "rc"}}),
+             Korba::mountSuccess_);
+   EXPECT_NE(manager->entityAs<SingletonConfig>("cell/3/hardware/qel/x"), nullptr);
+   EXPECT_EQ(manager->entity("hardware/qel/x"), nullptr);
+   EXPECT_EQ(Kiv::make<EntityManager>(&s)->cellPath("x"), "cell/1/x");
 }
 
 TEST_F(MountFixture, everyMountAskedForIsRecordedInOrder) {
    Kiv::Ptr<MountGroup> first = manager->mountGroup(callback);
-   first->mount("hardware/qel/mplsHwSingletonConfig", "Qel::MplsHwSingletonConfig", "wc");
+   first->mount("hardware/qel/x", kConfig, "wc");
    first->mount("routing/mpls/lfibInfo", "Mpls::LfibInfo", "rS");
    Kiv::Ptr<MountGroup> second = manager->mountGroup(callback);
-   second->mount("routing/hardware/route/status", "Routing::Hardware::RouteStatus", "r");
-   first->mount("bad", "Qel::MplsHwSingletonConfig", "q");
+   second->mount("routing/hardware/route/status", kStatus, "r");
+   first->mount("bad", kConfig, "q");
    std::vector<MountRecord> expected{
-       {"cell/3/hardware/qel/mplsHwSingletonConfig", "Qel::MplsHwSingletonConfig", "wc"},
+       {"cell/3/hardware/qel/x", kConfig, "wc"},
        {"routing/mpls/lfibInfo", "Mpls::LfibInfo", "rS"},
-       {"routing/hardware/route/status", "Routing::Hardware::RouteStatus", "r"},
-       {"bad", "Qel::MplsHwSingletonConfig", "q"},
+       {"routing/hardware/route/status", kStatus, "r"},
+       {"bad", kConfig, "q"},
    };
    EXPECT_EQ(manager->mounts(), expected);
    EXPECT_EQ(second->mounts(), std::vector<MountRecord>{expected[2]});
 }
 
+// A completion may close the next group; that one completes later too.
 TEST_F(MountFixture, groupsCompleteInTheOrderTheyWereClosed) {
    std::vector<std::string> order;
    auto a = Kiv::make<RecordingCallback>();
    auto b = Kiv::make<RecordingCallback>();
    a->alsoOnComplete = [&] { order.push_back("a"); };
-   b->alsoOnComplete = [&] { order.push_back("b"); };
+   b->alsoOnComplete = [&] {
+      order.push_back("b");
+      Kiv::Ptr<MountGroup> group = manager->mountGroup(callback);
+      group->mount("hardware/qel/config", kConfig, "w");
+      group->close();
+      EXPECT_TRUE(callback->statuses.empty());
+   };
+   callback->alsoOnComplete = [&] { order.push_back("next"); };
    Kiv::Ptr<MountGroup> groupA = manager->mountGroup(a);
    Kiv::Ptr<MountGroup> groupB = manager->mountGroup(b);
    groupB->close();
    groupA->close();
    s.runUntilIdle();
-   EXPECT_EQ(order, (std::vector<std::string>{"b", "a"}));
-}
-
-TEST_F(MountFixture, completionMayStartTheNextGroup) {
-   Kiv::Ptr<RecordingCallback> next = Kiv::make<RecordingCallback>();
-   callback->alsoOnComplete = [&] {
-      Kiv::Ptr<MountGroup> group = manager->mountGroup(next);
-      group->mount("hardware/qel/config", "Qel::MplsHwSingletonConfig", "w");
-      group->close();
-      EXPECT_TRUE(next->statuses.empty());
-   };
-   manager->mountGroup(callback)->close();
-   s.runUntilIdle();
-   EXPECT_EQ(next->statuses, std::vector<MountStatus>{Korba::mountSuccess_});
+   EXPECT_EQ(order, (std::vector<std::string>{"b", "a", "next"}));
+   EXPECT_EQ(callback->statuses, std::vector<MountStatus>{Korba::mountSuccess_});
 }
 
 }  // namespace

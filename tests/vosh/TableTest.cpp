@@ -2,32 +2,33 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <map>
+#include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
-#include "TestRecords.h"
 #include "VoshTestSupport.h"
 
 namespace VoshTest {
 namespace {
 
-using RouteTable = Vosh::Table<uint64_t, Route>;
-
 class TableTest : public VoshFixture {
  protected:
   void SetUp() override {
     VoshFixture::SetUp();
-    writerManager_ = manager();
-    writerManager_->mountWriter("hw/routes", {{"route", 16}, {"hops", 16}});
-    routes_ = writerManager_->table<uint64_t, Route>("hw/routes", "route");
+    writer_ = writer({{"route", 16}, {"blob", 16}});
+    routes_ = writer_.routes;
   }
 
   Kiv::Ptr<RouteTable> readerRoutes() {
-    if (!readerManager_) {
-      readerManager_ = manager();
-      readerManager_->mountReader("hw/routes", Vosh::mountTypeReader);
-    }
-    return readerManager_->table<uint64_t, Route>("hw/routes", "route");
+    if (!reader_.em) reader_ = reader();
+    return reader_.routes;
+  }
+  Kiv::Ptr<Vosh::Table<uint64_t, Blob>> blobsOf(const Side& side, std::vector<uint64_t>& reports) {
+    return side.em->table<uint64_t, Blob>("hw/routes", "blob",
+                                          [&reports](uint64_t key) { reports.push_back(key); });
   }
 
   std::vector<std::pair<uint64_t, Route>> contents(const Kiv::Ptr<RouteTable>& table) {
@@ -36,48 +37,26 @@ class TableTest : public VoshFixture {
     return out;
   }
 
-  Kiv::Ptr<Vosh::EntityManager> writerManager_;
-  Kiv::Ptr<Vosh::EntityManager> readerManager_;
+  Side writer_, reader_;
   Kiv::Ptr<RouteTable> routes_;
 };
 
-TEST_F(TableTest, setThenLookupGivesTheRecordBackOnBothSides) {
-  routes_->set(1, routeFor(1));
-  routes_->set(2, routeFor(2));
+TEST_F(TableTest, bothSidesAnswerWhatWasSetOverwrittenAndDeleted) {
+  for (uint64_t k : {1, 2, 3}) routes_->set(k, routeFor(k));
   auto reader = readerRoutes();
-  EXPECT_EQ(routes_->lookup(1), routeFor(1));
-  EXPECT_EQ(reader->lookup(2), routeFor(2));
-  EXPECT_TRUE(reader->has(1));
-  EXPECT_EQ(reader->size(), 2u);
-}
-
-TEST_F(TableTest, lookupOfAnAbsentKeyGivesTheEmptyRecord) {
-  routes_->set(1, routeFor(1));
-  EXPECT_EQ(routes_->lookup(9), Route{});
-  EXPECT_FALSE(routes_->has(9));
-  EXPECT_EQ(readerRoutes()->lookup(9), Route{});
-}
-
-TEST_F(TableTest, setOverwritesTheRecordUnderItsKey) {
-  routes_->set(1, routeFor(1, 1));
-  auto reader = readerRoutes();
-  routes_->set(1, routeFor(1, 2));
-  EXPECT_EQ(routes_->lookup(1), routeFor(1, 2));
-  EXPECT_EQ(reader->lookup(1), routeFor(1, 2));
-  EXPECT_EQ(routes_->size(), 1u);
-}
-
-TEST_F(TableTest, delRemovesOnlyThatKey) {
-  routes_->set(1, routeFor(1));
-  routes_->set(2, routeFor(2));
-  auto reader = readerRoutes();
+  routes_->set(3, routeFor(3, 2));
   EXPECT_TRUE(routes_->del(1));
   EXPECT_FALSE(routes_->del(1));
-  EXPECT_FALSE(routes_->has(1));
-  EXPECT_EQ(reader->lookup(1), Route{});
-  EXPECT_FALSE(reader->has(1));
-  EXPECT_EQ(reader->lookup(2), routeFor(2));
-  EXPECT_EQ(reader->size(), 1u);
+  for (const auto& table : {routes_, reader}) {
+    EXPECT_EQ(table->lookup(3), routeFor(3, 2));
+    EXPECT_EQ(table->lookup(1), Route{});
+    EXPECT_FALSE(table->has(1));
+    EXPECT_EQ(table->lookup(9), Route{});
+    EXPECT_FALSE(table->has(9));
+    EXPECT_TRUE(table->has(2));
+    EXPECT_EQ(table->lookup(2), routeFor(2));
+    EXPECT_EQ(table->size(), 2u);
+  }
 }
 
 TEST_F(TableTest, delAllEmptiesTheTableAndSlotsAreReusedFromTheFirst) {
@@ -112,71 +91,71 @@ TEST_F(TableTest, deletingDuringIterationVisitsEveryOtherKeyOnce) {
   EXPECT_EQ(seen, (std::vector<uint64_t>{0, 2, 4, 6}));
 }
 
-TEST_F(TableTest, aReaderAnswersFromTheSlotsBeforeItsNotificationsAreDelivered) {
-  auto reader = readerRoutes();
+// The blobs grow in place; the routes past their room, so that the blobs are
+// copied, overflow and all, into a new generation.
+TEST_F(TableTest, serializedRecordsOfEveryLengthRoundTripAndSurviveAnotherCollectionsGrowth) {
+  Side w = writer({{"route", 16, Vosh::kDefaultChangeRingSize, 0}, {"blob", 16}}, "hw/mixed");
+  auto blobs = w.em->table<uint64_t, Blob>("hw/mixed", "blob");
+  for (uint64_t k = 0; k < kBlobKeys; ++k) blobs->set(k, blobFor(k));
+  blobs->set(3, Blob{});
+  blobs->del(5);
+  auto readerSide = manager();
+  readerSide->mountReader("hw/mixed", Vosh::mountTypeReader);
+  auto reader = readerSide->table<uint64_t, Blob>("hw/mixed", "blob");
   std::vector<uint64_t> notified;
   auto c = record(reader, notified);
-  routes_->set(4, routeFor(4));
-  routes_->del(4);
-  routes_->set(5, routeFor(5));
-  EXPECT_FALSE(reader->has(4));
-  EXPECT_EQ(reader->lookup(5), routeFor(5));
-  EXPECT_TRUE(notified.empty());
-}
-
-TEST_F(TableTest, serializedRecordsRoundTripAtEverySize) {
-  auto hops = writerManager_->table<uint64_t, HopList>("hw/routes", "hops");
-  for (uint64_t k = 0; k < HopList::kMaxHops; ++k) hops->set(k, hopsFor(k));
-  auto reader = readerRoutes();
-  auto readerHops = readerManager_->table<uint64_t, HopList>("hw/routes", "hops");
-  for (uint64_t k = 0; k < HopList::kMaxHops; ++k) {
-    EXPECT_EQ(hops->lookup(k), hopsFor(k));
-    EXPECT_EQ(readerHops->lookup(k), hopsFor(k));
-  }
-  const uint64_t longest = HopList::kMaxHops - 1;
-  ASSERT_GT(4 + 8 * hopsFor(longest).count, Vosh::kInlineRecordBytes) << "reaches the overflow";
-
-  std::vector<uint64_t> notified;
-  auto c = record(readerHops, notified);
-  hops->set(longest, hopsFor(longest));
+  auto expectEveryLength = [&] {
+    for (auto* table : {blobs.get(), reader.get()}) {
+      EXPECT_EQ(table->size(), kBlobKeys - 1);
+      EXPECT_TRUE(table->has(3));
+      EXPECT_FALSE(table->has(5));
+      for (uint64_t k = 0; k < kBlobKeys; ++k) {
+        EXPECT_EQ(table->lookup(k), k == 3 || k == 5 ? Blob{} : blobFor(k)) << k;
+      }
+    }
+  };
+  expectEveryLength();
+  const uint64_t longest = kBlobKeys - 1;
+  ASSERT_GT(blobFor(longest).bytes.size(), Vosh::kInlineRecordBytes) << "reaches the overflow";
+  blobs->set(longest, blobFor(longest));
   scheduler_.runUntilIdle();
   EXPECT_TRUE(notified.empty()) << "an equal record is not written again";
-  HopList differsInOverflow = hopsFor(longest);
-  differsInOverflow.hops[HopList::kMaxHops - 1] = 5;
-  hops->set(longest, differsInOverflow);
+  Blob differsInOverflow = blobFor(longest);
+  differsInOverflow.bytes.back() = '5';
+  blobs->set(longest, differsInOverflow);
   scheduler_.runUntilIdle();
   EXPECT_EQ(notified, std::vector<uint64_t>{longest});
-  EXPECT_EQ(readerHops->lookup(longest), differsInOverflow);
+  EXPECT_EQ(reader->lookup(longest), differsInOverflow);
+  blobs->set(longest, Blob{"x"});
+  EXPECT_EQ(reader->lookup(longest), Blob{"x"});
+  blobs->set(longest, blobFor(longest));
+  EXPECT_EQ(reader->lookup(longest), blobFor(longest));
 
-  HopList shorter;
-  shorter.count = 1;
-  shorter.hops[0] = 77;
-  hops->set(longest, shorter);
-  EXPECT_EQ(readerHops->lookup(longest), shorter);
-  hops->set(longest, hopsFor(longest));
-  EXPECT_EQ(readerHops->lookup(longest), hopsFor(longest));
+  const std::string segment = w.em->segmentName("hw/mixed");
+  for (uint64_t k = 0; k < 5000; ++k) w.routes->set(k, routeFor(k));
+  ASSERT_NE(w.em->segmentName("hw/mixed"), segment) << "copied into a new generation";
+  expectEveryLength();
+  blobs->set(kBlobKeys, blobFor(1));
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(reader->lookup(kBlobKeys), blobFor(1));
 }
 
 TEST_F(TableTest, aCorruptSerializedRecordGoesToTheHandlerAndReadsEmpty) {
   std::vector<uint64_t> writerReports, readerReports;
-  auto hops = writerManager_->table<uint64_t, HopList>(
-      "hw/routes", "hops", [&](uint64_t key) { writerReports.push_back(key); });
-  HopList damaged = hopsFor(3);
-  damaged.count = HopList::kMaxHops + 1;
-  hops->set(3, damaged);
-  hops->set(4, hopsFor(4));
+  auto blobs = blobsOf(writer_, writerReports);
+  blobs->set(3, Blob{"!damaged"});
+  blobs->set(4, blobFor(4));
   readerRoutes();
-  auto readerHops = readerManager_->table<uint64_t, HopList>(
-      "hw/routes", "hops", [&](uint64_t key) { readerReports.push_back(key); });
+  auto readerBlobs = blobsOf(reader_, readerReports);
 
-  EXPECT_EQ(hops->lookup(3), HopList{});
-  EXPECT_EQ(readerHops->lookup(3), HopList{});
-  EXPECT_EQ(readerHops->lookup(4), hopsFor(4));
+  EXPECT_EQ(blobs->lookup(3), Blob{});
+  EXPECT_EQ(readerBlobs->lookup(3), Blob{});
+  EXPECT_EQ(readerBlobs->lookup(4), blobFor(4));
   EXPECT_EQ(writerReports, std::vector<uint64_t>{3});
   EXPECT_EQ(readerReports, std::vector<uint64_t>{3});
 
   std::vector<uint64_t> iterated;
-  for (const auto& entry : *readerHops) iterated.push_back(entry.key);
+  for (const auto& entry : *readerBlobs) iterated.push_back(entry.key);
   EXPECT_EQ(iterated, std::vector<uint64_t>{4});
   EXPECT_EQ(readerReports, (std::vector<uint64_t>{3, 3}));
 }
@@ -187,7 +166,7 @@ TEST_F(TableTest, aSlotThatNeverHoldsStillIsReportedToTheReaderAsCorrupt) {
   auto reader = readerRoutes();
   reader->corruptionHandlerIs([&](uint64_t key) { reports.push_back(key); });
   // A writer that died inside the slot's write leaves its sequence lock odd.
-  auto segment = Vosh::Segment::open(writerManager_->segmentName("hw/routes"), true);
+  auto segment = Vosh::Segment::open(writer_.em->segmentName("hw/routes"), true);
   Vosh::CollectionHeader* c = Vosh::collectionHeaders(segment->data());
   ++*Vosh::slotSeqWord(segment->data() + c->slotsOffset);
 
@@ -195,20 +174,150 @@ TEST_F(TableTest, aSlotThatNeverHoldsStillIsReportedToTheReaderAsCorrupt) {
   EXPECT_EQ(reports, std::vector<uint64_t>{8});
 }
 
-TEST_F(TableTest, writingTheStoredRecordAgainIsNotAChange) {
-  routes_->set(1, routeFor(1));
-  auto reader = readerRoutes();
-  std::vector<uint64_t> notified;
-  auto c = record(reader, notified);
-  routes_->set(1, routeFor(1));
-  scheduler_.runUntilIdle();
-  EXPECT_TRUE(notified.empty());
-}
-
 TEST_F(TableTest, aReaderCannotWrite) {
   auto reader = readerRoutes();
   EXPECT_THROW(reader->set(1, routeFor(1)), Kiv::InternalError);
   EXPECT_THROW(reader->del(1), Kiv::InternalError);
+}
+
+// A write of key at version (0: a delete).
+struct Write {
+  uint64_t key;
+  uint32_t version;
+};
+
+struct Case {
+  std::string name;
+  // Written before the reader attaches: its starting point, not news.
+  std::vector<Write> before;
+  std::vector<Write> writes;
+  std::vector<uint64_t> notified;
+  // Keys a poll task slice may deliver; 0 for no limit.
+  uint32_t itemBudget = 0;
+  uint32_t ringSize = Vosh::kDefaultChangeRingSize;
+};
+
+// Nothing is delivered inside the writer's call or a poll; the event loop
+// delivers each changed key once. A reader answers with the latest records
+// before delivery and, for any key, from inside its reactor.
+TEST_F(TableTest, eachChangedKeyIsDeliveredOnceFromTheEventLoop) {
+  std::vector<Case> cases{
+      {"setsAndADelete", {}, {{1, 1}, {2, 1}, {2, 0}}, {1}},
+      {"cameAndWentIsNoNews", {}, {{1, 1}, {1, 0}, {2, 1}}, {2}},
+      {"twoWritesOneNotification", {}, {{1, 1}, {1, 2}}, {1}},
+      {"aDelete", {{1, 1}}, {{1, 0}}, {1}},
+      {"attachedLate", {{1, 1}}, {{2, 1}}, {2}},
+      // Key 1's slot goes to key 3; key 1 comes back in a fresh slot.
+      {"movedToAnotherSlot", {{1, 1}, {2, 1}}, {{1, 0}, {3, 1}, {1, 2}}, {1, 3}},
+      {"yieldsBetweenKeys", {}, {{0, 1}, {1, 1}, {2, 1}, {3, 1}, {4, 1}}, {0, 1, 2, 3, 4}, 1},
+      {"fellBehindTheRing", {}, {{39, 0}}, {}, 0, 16},
+  };
+  Case& behind = cases.back();
+  for (uint64_t k = 0; k < 40; ++k) behind.before.push_back({k, 1});
+  for (uint64_t k = 0; k < 40; k += 2) {
+    behind.writes.insert(behind.writes.end() - 1, {{k, 2}, {k, 3}});
+    behind.notified.push_back(k);
+  }
+  behind.notified.push_back(39);
+
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Side w = writer({{"route", 64, c.ringSize}}, c.name);
+    std::map<uint64_t, Route> model;
+    auto apply = [&](const std::vector<Write>& writes) {
+      for (const Write& write : writes) {
+        if (write.version == 0) {
+          w.routes->del(write.key);
+          model.erase(write.key);
+        } else {
+          w.routes->set(write.key, model[write.key] = routeFor(write.key, write.version));
+        }
+      }
+    };
+    auto expectAnswersAsWritten = [&](RouteTable& table) {
+      for (uint64_t k = 0; k < 40; ++k) {
+        EXPECT_EQ(table.lookup(k), model.contains(k) ? model[k] : Route{}) << k;
+      }
+      EXPECT_EQ(table.size(), model.size());
+    };
+    apply(c.before);
+    // One reader is left alone until delivery; the other is asked first.
+    Side shared = reader(Vosh::mountTypeSharedReader, c.name);
+    Side asked = reader(Vosh::mountTypeReader, c.name);
+    std::vector<uint64_t> notified, notifiedAsked;
+    auto connection = shared.routes->onChange.connect([&](uint64_t key) {
+      notified.push_back(key);
+      EXPECT_EQ(shared.routes->has(key), model.contains(key)) << key;
+      expectAnswersAsWritten(*shared.routes);
+    });
+    auto connectionAsked = record(asked.routes, notifiedAsked);
+    apply(c.writes);
+    expectAnswersAsWritten(*asked.routes);
+    asked.routes->poll();
+    EXPECT_TRUE(notified.empty() && notifiedAsked.empty());
+    scheduler_.itemBudgetIs(c.itemBudget);
+    const uint64_t runsBefore = scheduler_.tasksRun();
+    scheduler_.runUntilIdle();
+    EXPECT_EQ(notified, c.notified);
+    EXPECT_EQ(notifiedAsked, c.notified);
+    if (c.itemBudget) {
+      EXPECT_GE(scheduler_.tasksRun() - runsBefore, notified.size());
+    }
+  }
+}
+
+// A byte and a word: seven bytes of padding that equal records may fill
+// differently.
+struct Padded {
+  uint8_t flag = 0;
+  uint64_t value = 0;
+  friend bool operator==(const Padded&, const Padded&) = default;
+};
+
+// A Padded built over junk, handed out in place so its padding stays junk.
+class JunkPadded {
+ public:
+  JunkPadded(uint8_t flag, uint64_t value, unsigned char junk) {
+    std::memset(storage_, junk, sizeof(storage_));
+    Padded* p = new (storage_) Padded;
+    p->flag = flag;
+    p->value = value;
+  }
+  const Padded& get() const { return *std::launder(reinterpret_cast<const Padded*>(storage_)); }
+
+ private:
+  alignas(Padded) unsigned char storage_[sizeof(Padded)];
+};
+
+TEST_F(TableTest, rewritingAnEqualRecordWhosePaddingDiffersWakesNoReader) {
+  auto writerSide = manager();
+  writerSide->mountWriter("hw/padded", {{"entry", 16}});
+  auto table = writerSide->table<uint64_t, Padded>("hw/padded", "entry");
+  auto readerSide = manager();
+  readerSide->mountReader("hw/padded", Vosh::mountTypeSharedReader);
+  std::vector<uint64_t> seen;
+  auto c = record(readerSide->table<uint64_t, Padded>("hw/padded", "entry"), seen);
+
+  table->set(1, JunkPadded(1, 42, 0xAA).get());
+  scheduler_.runUntilIdle();
+  ASSERT_EQ(seen, std::vector<uint64_t>{1});
+  table->set(1, JunkPadded(1, 42, 0x55).get());
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(seen, std::vector<uint64_t>{1}) << "an equal record was written again";
+  table->set(1, JunkPadded(1, 43, 0x55).get());
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(seen, (std::vector<uint64_t>{1, 1}));
+}
+
+TEST_F(TableTest, afterUnmountAReaderIsNoLongerNotified) {
+  auto reader = readerRoutes();
+  std::vector<uint64_t> notified;
+  auto c = record(reader, notified);
+  reader_.em->unmount("hw/routes");
+  routes_->set(1, routeFor(1));
+  scheduler_.runUntilIdle();
+  EXPECT_TRUE(notified.empty());
+  EXPECT_FALSE(reader->mounted());
 }
 
 }  // namespace

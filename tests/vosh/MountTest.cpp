@@ -1,0 +1,260 @@
+#include "vosh/EntityManager.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "VoshTestSupport.h"
+#include "vosh/SegmentName.h"
+
+// Mounting paths, and what a path's segment keeps through growth and through
+// its writers' restarts.
+namespace VoshTest {
+namespace {
+
+// A collection that reserves nothing ahead makes a new generation each time
+// it fills.
+Vosh::CollectionDecl unreserved(std::string name, uint32_t capacity) {
+  return Vosh::CollectionDecl{std::move(name), capacity, Vosh::kDefaultChangeRingSize, 0};
+}
+
+class MountTest : public VoshFixture {
+ protected:
+  // A writer that wrote keys [0, count), deleted the multiples of 5, and went
+  // away without removing anything.
+  void writeAndGoAway(uint64_t count) {
+    Side w = writer();
+    for (uint64_t k = 0; k < count; ++k) w.routes->set(k, routeFor(k));
+    for (uint64_t k = 0; k < count; k += 5) w.routes->del(k);
+  }
+};
+
+std::string errorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const Vosh::MountError& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+TEST_F(MountTest, aReaderMountFailsCleanlyWhenNoWriterCreatedThePath) {
+  auto em = manager();
+  std::string error = errorOf([&] { em->mountReader("hw/routes", Vosh::mountTypeReader); });
+  EXPECT_NE(error.find("cannot mount hw/routes for reading"), std::string::npos) << error;
+  EXPECT_FALSE(em->mounted("hw/routes"));
+  EXPECT_THROW(em->mountReader("hw/routes", Vosh::mountTypeSharedReader), Vosh::MountError);
+}
+
+TEST_F(MountTest, segmentsAreNamedUnderThePrefixAndOnlyTheOwnerMayOpenThem) {
+  Side w = writer({{"route", 16}}, "hw/qel/routes");
+  std::string name = w.em->segmentName("hw/qel/routes");
+  EXPECT_EQ(name.rfind("/" + prefix_ + ".hw.qel.routes", 0), 0u) << name;
+  struct stat st {};
+  ASSERT_EQ(stat(("/dev/shm" + name).c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+TEST_F(MountTest, removeAllRemovesOnlyItsOwnPrefix) {
+  auto em = manager();
+  em->mountWriter("a", {{"route", 16}});
+  em->mountWriter("b", {{"route", 16}});
+  auto otherPrefix = Kiv::make<Vosh::EntityManager>(prefix_ + "x", &scheduler_);
+  otherPrefix->mountWriter("a", {{"route", 16}});
+  const uint64_t ownBytes = Vosh::segmentBytesUnder(prefix_);
+  const uint64_t otherBytes = Vosh::segmentBytesUnder(prefix_ + "x");
+  EXPECT_GT(otherBytes, 0u);
+  EXPECT_EQ(ownBytes, 2 * otherBytes) << "two segments of the same shape";
+  Vosh::EntityManager::removeAll(prefix_);
+  EXPECT_TRUE(Vosh::segmentNamesUnder(prefix_).empty());
+  EXPECT_EQ(Vosh::segmentBytesUnder(prefix_), 0u);
+  EXPECT_EQ(Vosh::segmentNamesUnder(prefix_ + "x").size(), 1u);
+  Vosh::EntityManager::removeAll(prefix_ + "x");
+}
+
+// One view per collection; a path mounted once; a view only of a mounted
+// path's declared collection, with the types it was made with.
+TEST_F(MountTest, viewsAndMountsAreGivenOnceAndOnlyAsDeclared) {
+  auto unmounted = manager();
+  EXPECT_THROW((unmounted->table<uint64_t, Route>("hw/routes", "route")), Vosh::MountError);
+  Side w = writer();
+  EXPECT_EQ((w.em->table<uint64_t, Route>("hw/routes", "route")), w.routes);
+  EXPECT_THROW((w.em->table<uint32_t, Route>("hw/routes", "route")), Vosh::MountError);
+  EXPECT_THROW((w.em->table<uint64_t, Route>("hw/routes", "nope")), Vosh::MountError);
+  EXPECT_THROW(w.em->mountWriter("hw/routes", {{"route", 16}}), Vosh::MountError);
+  EXPECT_THROW(w.em->mountReader("hw/routes", Vosh::mountTypeReader), Vosh::MountError);
+  EXPECT_EQ(w.em->mountType("hw/routes"), Vosh::mountTypeWriter);
+  auto r = manager();
+  r->mountReader("hw/routes", Vosh::mountTypeReader);
+  EXPECT_THROW((r->table<uint64_t, Route>("hw/routes", "nope")), Vosh::MountError);
+  std::string error = errorOf([&] { r->table<uint64_t, Blob>("hw/routes", "route"); });
+  EXPECT_NE(error.find("not of this table's types"), std::string::npos) << error;
+}
+
+TEST_F(MountTest, aReaderSeesACollectionThatItsWriterTypesAfterTheReaderAttached) {
+  auto writer = manager();
+  writer->mountWriter("hw/routes", {{"route", 16}});
+  Side r = reader();
+  std::vector<uint64_t> notified;
+  auto c = record(r.routes, notified);
+  EXPECT_EQ(r.routes->size(), 0u);
+
+  auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
+  routes->set(1, routeFor(1));
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(notified, std::vector<uint64_t>{1});
+  EXPECT_EQ(r.routes->lookup(1), routeFor(1));
+}
+
+TEST_F(MountTest, theDefaultPrefixComesFromTheEnvironment) {
+  const char* fromEnv = std::getenv("QELMPLS_SHM_PREFIX");
+  std::string saved = fromEnv ? fromEnv : "";
+  ASSERT_EQ(setenv("QELMPLS_SHM_PREFIX", "agentA", 1), 0);
+  EXPECT_EQ(Vosh::EntityManager::defaultPrefix(), "agentA");
+  ASSERT_EQ(unsetenv("QELMPLS_SHM_PREFIX"), 0);
+  EXPECT_EQ(Vosh::EntityManager::defaultPrefix(), "qelmpls");
+  if (fromEnv) setenv("QELMPLS_SHM_PREFIX", saved.c_str(), 1);
+}
+
+TEST_F(MountTest, aCollectionGrowsInPlaceFromItsInitialCapacityKeepingEveryEntry) {
+  // Four times the initial capacity: several growths within the reservation.
+  constexpr uint64_t kEntries = 4100;
+  Side w = writer({{"route", 1024}, {"other", 16}});
+  auto other = w.em->table<uint64_t, Route>("hw/routes", "other");
+  const std::string segment = w.em->segmentName("hw/routes");
+  other->set(7, routeFor(7));
+  Side r = reader();
+  w.routes->set(0, routeFor(0));
+  scheduler_.runUntilIdle();
+  uint64_t notified = 0;
+  auto c = r.routes->onChange.connect([&](uint64_t) { ++notified; });
+
+  for (uint64_t k = 1; k < kEntries; ++k) w.routes->set(k, routeFor(k));
+
+  EXPECT_GE(w.routes->capacity(), kEntries);
+  EXPECT_EQ(w.em->segmentName("hw/routes"), segment) << "grew within its reservation";
+  EXPECT_EQ(other->lookup(7), routeFor(7));
+  EXPECT_TRUE(holdsRoutesUpTo(*w.routes, kEntries));
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(notified, kEntries - 1);
+  EXPECT_TRUE(holdsRoutesUpTo(*r.routes, kEntries));
+}
+
+TEST_F(MountTest, aFullReservationMakesANewGenerationAndOnlyTheNewestKeepsAName) {
+  Side w = writer({{"route", 16, Vosh::kDefaultChangeRingSize, 100}});
+  const std::string segment = w.em->segmentName("hw/routes");
+  for (uint64_t k = 0; k < 100; ++k) w.routes->set(k, routeFor(k));
+  EXPECT_EQ(w.routes->capacity(), 100u);
+  EXPECT_EQ(w.em->segmentName("hw/routes"), segment);
+
+  w.routes->set(100, routeFor(100));
+  EXPECT_NE(w.em->segmentName("hw/routes"), segment);
+  EXPECT_GT(w.routes->capacity(), 100u);
+  EXPECT_TRUE(holdsRoutesUpTo(*w.routes, 101));
+  for (uint64_t k = 101; k < 1000; ++k) w.routes->set(k, routeFor(k));
+  std::vector<uint32_t> present = generationsPresent();
+  ASSERT_EQ(present.size(), 1u);
+  EXPECT_EQ(w.em->segmentName("hw/routes"),
+            Vosh::segmentGenerationName(Vosh::segmentBaseName(prefix_, "hw/routes"), present[0]));
+}
+
+TEST_F(MountTest, aReaderMovesToTheNewGenerationOnItsNextLookup) {
+  Side w = writer({unreserved("route", 4)});
+  for (uint64_t k = 0; k < 4; ++k) w.routes->set(k, routeFor(k));
+  Side r = reader();
+  std::string before = r.em->segmentName("hw/routes");
+  w.routes->set(4, routeFor(4));
+  w.routes->del(0);
+  EXPECT_NE(w.em->segmentName("hw/routes"), before);
+  EXPECT_EQ(r.em->segmentName("hw/routes"), before);
+  EXPECT_EQ(r.routes->lookup(4), routeFor(4));
+  EXPECT_FALSE(r.routes->has(0));
+  EXPECT_EQ(r.em->segmentName("hw/routes"), w.em->segmentName("hw/routes"));
+}
+
+TEST_F(MountTest, theNextWriterFindsEveryEntryLeftAndReusesTheFreedSlotsBeforeGrowing) {
+  writeAndGoAway(100);
+  Side w = writer();
+  EXPECT_EQ(w.routes->size(), 80u);
+  for (uint64_t k = 0; k < 100; ++k) {
+    if (k % 5 == 0) {
+      EXPECT_FALSE(w.routes->has(k)) << k;
+    } else {
+      EXPECT_EQ(w.routes->lookup(k), routeFor(k)) << k;
+    }
+  }
+  uint32_t capacity = w.routes->capacity();
+  for (uint64_t k = 0; k < 100; k += 5) w.routes->set(k + 1000, routeFor(k + 1000));
+  EXPECT_EQ(w.routes->capacity(), capacity);
+  EXPECT_EQ(w.routes->size(), 100u);
+  std::vector<uint64_t> firstKeys;
+  for (const auto& entry : *w.routes) {
+    if (firstKeys.size() < 3) firstKeys.push_back(entry.key);
+  }
+  EXPECT_EQ(firstKeys, (std::vector<uint64_t>{1000, 1, 2}));
+}
+
+TEST_F(MountTest, aSlotLeftMidWriteIsReportedAndFreedByTheNextWriter) {
+  writeAndGoAway(10);
+  {
+    std::vector<uint32_t> present = generationsPresent();
+    ASSERT_EQ(present.size(), 1u);
+    auto leftover = Vosh::Segment::open(
+        Vosh::segmentGenerationName(Vosh::segmentBaseName(prefix_, "hw/routes"), present[0]), true);
+    Vosh::CollectionHeader* c = Vosh::collectionHeaders(leftover->data());
+    std::byte* slot3 = leftover->data() + c->slotsOffset + 3 * c->slotBytes;
+    ++*Vosh::slotSeqWord(slot3);
+  }
+  std::vector<uint64_t> reports;
+  auto em = manager();
+  em->mountWriter("hw/routes", {{"route", 16}});
+  auto routes = em->table<uint64_t, Route>("hw/routes", "route",
+                                           [&](uint64_t key) { reports.push_back(key); });
+  EXPECT_EQ(reports, std::vector<uint64_t>{3});
+  EXPECT_FALSE(routes->has(3));
+  EXPECT_EQ(routes->size(), 7u);
+  routes->set(3, routeFor(3));
+  EXPECT_EQ(routes->lookup(3), routeFor(3));
+}
+
+TEST_F(MountTest, aReaderSurvivesTheWritersRestartAndHearsTheNewWriter) {
+  Side w = writer();
+  w.routes->set(1, routeFor(1));
+  Side r = reader();
+  std::vector<uint64_t> notified;
+  auto c = record(r.routes, notified);
+
+  w.routes = nullptr;
+  w.em = nullptr;
+  EXPECT_EQ(r.routes->lookup(1), routeFor(1));
+  w = writer();
+  w.routes->set(2, routeFor(2));
+  scheduler_.runUntilIdle();
+  EXPECT_EQ(notified, std::vector<uint64_t>{2});
+  EXPECT_EQ(r.routes->lookup(1), routeFor(1));
+}
+
+TEST_F(MountTest, unmountLeavesTheSegmentAndLetsASecondWriterIn) {
+  Side w = writer();
+  w.routes->set(1, routeFor(1));
+  auto second = manager();
+  EXPECT_THROW(second->mountWriter("hw/routes", {{"route", 16}}), Vosh::MountError);
+  std::string name = w.em->segmentName("hw/routes");
+  w.em->unmount("hw/routes");
+  EXPECT_NE(Vosh::Segment::open(name, false), nullptr);
+  EXPECT_NO_THROW(second->mountWriter("hw/routes", {{"route", 16}}));
+  EXPECT_EQ((second->table<uint64_t, Route>("hw/routes", "route")->lookup(1)), routeFor(1));
+}
+
+TEST_F(MountTest, aNewlyDeclaredCollectionJoinsWithoutLosingTheOthers) {
+  writeAndGoAway(10);
+  Side w = writer({{"route", 16}, {"status", 16}});
+  EXPECT_EQ(w.routes->lookup(9), routeFor(9));
+  EXPECT_EQ((w.em->table<uint64_t, Route>("hw/routes", "status")->size()), 0u);
+}
+
+}  // namespace
+}  // namespace VoshTest
