@@ -152,6 +152,24 @@ TEST_F(StartupRecovery, syncEndsOnceTheLfibQuiescesAndSparesARouteOfferedAgainMe
   EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
 }
 
+// The platform learns at the end of the first sync that the agent has taken
+// over the hardware (ready), and from then on follows its routing setting.
+TEST_F(StartupRecovery, theFirstSyncEndMarksTheConfigReadyAndThenRoutingFollowsTheSetting) {
+  transitLfibQuiescedIs(false);
+  startAgent(kMediated);
+  settle();
+  EXPECT_FALSE(root->mplsHwSingletonConfig()->ready());
+  transitLfibQuiescedIs(true);
+  settle();
+  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+  EXPECT_TRUE(root->mplsHwSingletonConfig()->ready());
+  for (bool on : {false, true, false}) {
+    mplsRoutingIs(on);
+    settle();
+    EXPECT_EQ(root->mplsHwSingletonConfig()->mplsRouting(), on) << on;
+  }
+}
+
 TEST_F(StartupRecovery, syncTimeoutForcesTheNormalStageWhenTheLfibNeverQuiesces) {
   programFirstRun();
   stopCore();
