@@ -170,6 +170,22 @@ TEST_F(StartupRecovery, theFirstSyncEndMarksTheConfigReadyAndThenRoutingFollowsT
   }
 }
 
+// Only what the driver answered programmed is taken over as it stands.
+TEST_F(StartupRecovery, aRecordTheDriverRefusedIsNotTakenOverAsProgrammed) {
+  driver.failLabels.insert(101);
+  startAgent(kMediated);
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  routeIs(101, 1);
+  settle();
+  ASSERT_TRUE(hwRoute(101));
+  stopCore();
+  startCore();
+  settle();
+  EXPECT_EQ(published(100).state, Mpls::Hardware::RouteState::routeStateProgrammed);
+  EXPECT_NE(published(101).state, Mpls::Hardware::RouteState::routeStateProgrammed);
+}
+
 TEST_F(StartupRecovery, syncTimeoutForcesTheNormalStageWhenTheLfibNeverQuiesces) {
   programFirstRun();
   stopCore();
