@@ -140,6 +140,36 @@ TEST_F(MediatedMode, theFecDescriptionRecordsWhatEachViaDoesToTheLabelStack) {
   }
 }
 
+// Where pop and swap vias of an auto-decided payload meet, only the pops
+// (the ingress side) are described; anything else is described whole.
+TEST_F(MediatedMode, mixedPopAndSwapOfAnAutoDecidedPayloadDescribesOnlyThePops) {
+  using Bexo::mplsActionPop, Bexo::mplsActionSwap;
+  constexpr auto kAuto = Mpls::PayloadType::payloadAutoDecide;
+  struct Case {
+    Bexo::MplsLabelAction first;
+    Bexo::MplsLabelAction second;
+    Mpls::PayloadType payload;
+    uint32_t described;
+  };
+  const Case cases[] = {{mplsActionPop, mplsActionSwap, kAuto, 1},
+                        {mplsActionPop, mplsActionPop, kAuto, 2},
+                        {mplsActionSwap, mplsActionSwap, kAuto, 2},
+                        {mplsActionPop, mplsActionSwap, Mpls::PayloadType::payloadMpls, 2}};
+  auto labelsFor = [](Bexo::MplsLabelAction action) {
+    return action == mplsActionPop ? kNoLabel : Bexo::MplsLabelStack{Bexo::MplsLabel(16)};
+  };
+  uint32_t viaSet = 10;
+  for (const Case& c : cases) {
+    viaSetIs(++viaSet, {mplsVia("10.0.0.2", "Ethernet1", c.first, labelsFor(c.first), c.payload),
+                        mplsVia("10.0.0.3", "Ethernet1", c.second, labelsFor(c.second), c.payload)});
+    routeIs(100 + viaSet, viaSet);
+    settle();
+    Vosh::Fib::Fec fec = filedFec(viaSet);
+    EXPECT_EQ(fec.viaCount, c.described) << viaSet;
+    EXPECT_EQ(fec.via[0].labelAction, c.first) << viaSet;
+  }
+}
+
 // Route intake drops vias of more than one label before they reach a FEC, so
 // deeper pushes are checked on the rule itself.
 TEST(MediatedLabelArithmetic, aPushAddsEveryLabelOfAStackOfTwoOrMore) {
