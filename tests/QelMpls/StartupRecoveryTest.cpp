@@ -163,6 +163,7 @@ TEST_F(StartupRecovery, theFirstSyncEndMarksTheConfigReadyAndThenRoutingFollowsT
   settle();
   ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
   EXPECT_TRUE(root->mplsHwSingletonConfig()->ready());
+  EXPECT_TRUE(sm()->cleanupHwStatusAdjSyncDone()) << "the previous run's adjacencies are swept";
   for (bool on : {false, true, false}) {
     mplsRoutingIs(on);
     settle();

@@ -323,6 +323,9 @@ void MplsBaseSm::processSyncDone() {
   }
   syncTimeoutTask_->cancel();
   mplsSmStartupStatusIs(mplsSmNormal);
+  // The sweep of the previous run's published adjacencies waits for the
+  // normal stage; it ran at the start only to find it not there yet.
+  cleanupHwStatusAdjTask_->scheduleNow();
   doMaybeScheduleReview();
   PELLET_TRACE(trace_, kTraceStartup, "Transitioned to normal stage");
 }
