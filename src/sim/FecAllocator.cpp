@@ -88,10 +88,12 @@ bool FecAllocator::attach() {
   return true;
 }
 
+// Requests left unanswered for want of answers or of room are looked at
+// again once there may be either.
 void FecAllocator::configIs(const FecAllocatorConfig& config) {
-  const bool wasAnswering = config_.answer;
+  const bool moreAnswers = (!config_.answer && config.answer) || config.capacity > config_.capacity;
   config_ = config;
-  if (!wasAnswering && config_.answer) queueUnanswered();
+  if (moreAnswers) queueUnanswered();
 }
 
 void FecAllocator::queueUnanswered() {

@@ -68,6 +68,12 @@ expect: {routes: {programmed: 3, "300": {state: unprogrammed, reason: nexthopUnr
 expect: {routes: {programmed: 4}}
 )",
      1, 100.0},
+    {"a FEC allocator out of room until a step makes room", R"(mode: mediated
+platform: {fecAllocator: {capacity: 1}}
+steps:
+  - {at: 1, platform: {fecAllocator: {capacity: 2}}}
+expect: {routes: {programmed: 4}, l2Adjacencies: 0, counters: {fecRequests: 2}}
+)"},
     {"MPLS routing turned off", R"(steps:
   - {at: 1, routing: {mpls: false}}
 expect: {routes: {programmed: 0}, l2Adjacencies: 0}
