@@ -219,8 +219,9 @@ class ExternalFecInfo : public Kiv::RefCounted {
   explicit ExternalFecInfo(Vosh::Fib::FecId fecId) : fecId_(fecId) {}
   Vosh::Fib::FecId fecId() const { return fecId_; }
   KIV_SET(Mpls::RouteKey, dependentRouteKey)
-  KIV_ORDERED_SET(L3AdjIndex, dependentL3Adjacency)
-  KIV_ORDERED_SET(Vosh::Fib::FecId, dependentPrimaryExtFecInfo)
+  // Usually one adjacency and no primary: in one array each.
+  KIV_FLAT_SET(L3AdjIndex, dependentL3Adjacency)
+  KIV_FLAT_SET(Vosh::Fib::FecId, dependentPrimaryExtFecInfo)
   // The allocator's answer (all ones until there is one) and whether the
   // FEC forwards; the backup FEC the description names (0: none).
   KIV_VALUE(uint64_t, hwFecId, ~uint64_t{0})
