@@ -68,7 +68,7 @@ int driverCommand(const DriverArgs& args) {
       "repoints, {} layer-2 deletes\n",
       c.routeAnswers, c.routesRefused, c.l2Answers, c.l2Refused, c.statusDeleted, driver.hwRoutes(),
       driver.hwL2Adjacencies(), c.hwRouteDeletes, c.hwRouteRepoints, c.hwL2Deletes);
-  const Sim::FecAllocator::Counters& f = allocator.counters();
+  const Sim::FecAllocator::Counters f = allocator.counters();
   fmt::print("fec allocator: {} FEC ids requested, {} answers, {} hardware FEC ids granted\n",
              f.fecRequests, f.fecAnswers, allocator.grants());
   return 0;

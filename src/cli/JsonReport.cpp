@@ -28,8 +28,8 @@ nlohmann::ordered_json routeJson(const Sim::RouteRow& r) {
           {"adjacencyIdType", r.adjacencyIdType},
           {"adjacencyId", r.adjacencyId},
           {"fecId", r.fecId},
-          {"hwFecId", r.adjacencyIdType == "adjIdTypeHardware" ? nlohmann::ordered_json(r.adjacencyId)
-                                                               : nlohmann::ordered_json()},
+          {"hwFecId",
+           r.pointsAtHwFec() ? nlohmann::ordered_json(r.adjacencyId) : nlohmann::ordered_json()},
           {"version", r.version},
           {"vias", std::move(vias)}};
 }

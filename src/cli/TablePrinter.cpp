@@ -26,16 +26,12 @@ void printLeftOut(std::ostream& out, size_t total, size_t shown) {
   }
 }
 
-bool pointsAtHwFec(const Sim::RouteRow& r) {
-  return r.inHardware && r.adjacencyIdType == "adjIdTypeHardware";
-}
-
 // A route's layer-2 adjacency, or in the mediated mode its FEC and hardware FEC.
 std::vector<std::string> targetCells(const Sim::RouteRow& r, bool fecs) {
-  const std::string l2 = r.inHardware && !pointsAtHwFec(r) ? std::to_string(r.adjacencyId) : "-";
+  const std::string l2 = r.inHardware && !r.pointsAtHwFec() ? std::to_string(r.adjacencyId) : "-";
   if (!fecs) return {l2};
   return {l2, r.fecId ? fmt::format("{:#x}", r.fecId) : "-",
-          pointsAtHwFec(r) ? fmt::format("{:#x}", r.adjacencyId) : "-"};
+          r.pointsAtHwFec() ? fmt::format("{:#x}", r.adjacencyId) : "-"};
 }
 
 std::string fecViaText(const Vosh::Fib::FecVia& via) {
@@ -76,7 +72,8 @@ std::string viaText(const Mpls::Hardware::L2Via& via) {
 }
 
 void printRoutes(std::ostream& out, const Sim::Report& report, size_t maxRows) {
-  const bool fecs = std::any_of(report.routes.begin(), report.routes.end(), pointsAtHwFec);
+  const bool fecs = std::any_of(report.routes.begin(), report.routes.end(),
+                                [](const Sim::RouteRow& r) { return r.pointsAtHwFec(); });
   std::vector<std::string> headers = {"LABEL", "SOURCE", "STATE", "REASON", "L3ADJ", "L2ADJ"};
   if (fecs) headers.insert(headers.end(), {"FEC", "HWFEC"});
   headers.push_back("VIAS");

@@ -65,9 +65,9 @@ std::string adjIdTypeName(const std::string& stored) {
 }
 
 std::string hwFecIdFound(const std::string& expected, const RouteRow& row) {
-  const bool valid = row.adjacencyIdType == "adjIdTypeHardware" && row.fecId != 0;
+  const bool valid = row.pointsAtHwFec() && row.fecId != 0;
   if (expected == "valid" || expected == "invalid") return valid ? "valid" : "invalid";
-  return row.adjacencyIdType == "adjIdTypeHardware" ? std::to_string(row.adjacencyId) : "none";
+  return row.pointsAtHwFec() ? std::to_string(row.adjacencyId) : "none";
 }
 
 void checkRoute(const RouteExpect& expect, const Report& report,

@@ -105,7 +105,6 @@ void FecAllocator::queueUnanswered() {
 
 void FecAllocator::handleRequest(const FecId& fecId) {
   if (requests_->hwFecIdRequestHas(fecId)) asked_.insert(fecId);
-  counters_.fecRequests = asked_.size();
   queue(fecId);
 }
 

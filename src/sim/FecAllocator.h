@@ -91,7 +91,11 @@ class FecAllocator {
   bool pending() const { return config_.answer && !queue_.empty(); }
   bool granted(uint64_t hwFecId) const { return hwToFec_.contains(hwFecId); }
   uint64_t grants() const { return grants_.size(); }
-  const Counters& counters() const { return counters_; }
+  Counters counters() const {
+    Counters out = counters_;
+    out.fecRequests = asked_.size();
+    return out;
+  }
 
  private:
   struct Change {

@@ -218,7 +218,7 @@ void addDriverCounters(const HwDriver& driver, Report& report) {
 }
 
 void addAllocatorCounters(const FecAllocator& allocator, Report& report) {
-  const FecAllocator::Counters& c = allocator.counters();
+  const FecAllocator::Counters c = allocator.counters();
   report.counters.insert(report.counters.end(), {{"fecRequests", c.fecRequests},
                                                  {"fecAnswers", c.fecAnswers},
                                                  {"hwFecIdsGranted", allocator.grants()}});

@@ -42,6 +42,11 @@ struct RouteRow {
   // The FEC whose hardware id the record points at (mediated mode), 0 if none.
   uint64_t fecId = 0;
   std::vector<Mpls::Hardware::L2Via> vias;
+
+  // The hardware record points at a hardware FEC id (adjacencyId) rather
+  // than at a layer-2 record.
+  bool pointsAtHwFec() const { return inHardware && adjacencyIdType == kHwFecIdType; }
+  static constexpr std::string_view kHwFecIdType = "adjIdTypeHardware";
 };
 
 // A FEC the agent requested or another owner created, with the allocator's
