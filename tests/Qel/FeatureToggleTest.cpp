@@ -36,25 +36,17 @@ class FeatureToggles : public ::testing::Test {
   std::filesystem::path dir_;
 };
 
-TEST_F(FeatureToggles, readFalseFromTheirOwnFileAndStayOnWhenNotListed) {
+TEST_F(FeatureToggles, readFalseFromTheirOwnFileStayOnWhenNotListedAndAreCachedUntilReset) {
+  EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
   fileIs("StageMgr.json", "{\n  \"QelL3AgentMpls\" : false,\n  \"Other\": true\n}\n");
   fileIs("Mpls.json", R"({})");
+  EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
+  EXPECT_TRUE(featureToggleEnabled("Mpls.json", "QelL3AgentMpls"));
+  Qel::featureTogglesReset();
   EXPECT_FALSE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
   EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "Other"));
   EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "NotListed"));
-  EXPECT_TRUE(featureToggleEnabled("Mpls.json", "QelL3AgentMpls"));
-}
-
-TEST_F(FeatureToggles, areReadOnceAndCachedUntilReset) {
-  EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
-  fileIs("StageMgr.json", R"({"QelL3AgentMpls": false})");
-  EXPECT_TRUE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
-  fileIs("QelMpls.json", R"({"QelMplsAgentKivModels": false})");
-  EXPECT_FALSE(featureToggleEnabled("QelMpls.json", "QelMplsAgentKivModels"));
-  fileIs("QelMpls.json", R"({"QelMplsAgentKivModels": true})");
-  EXPECT_FALSE(featureToggleEnabled("QelMpls.json", "QelMplsAgentKivModels"));
-  Qel::featureTogglesReset();
-  EXPECT_TRUE(featureToggleEnabled("QelMpls.json", "QelMplsAgentKivModels"));
+  fileIs("StageMgr.json", R"({"QelL3AgentMpls": true})");
   EXPECT_FALSE(featureToggleEnabled("StageMgr.json", "QelL3AgentMpls"));
 }
 

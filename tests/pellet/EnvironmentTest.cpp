@@ -7,7 +7,7 @@
 // Run with QELMPLS_TRACE="EnvSm/4,6-7,Oops,*/9": a bad item among good ones.
 namespace {
 
-TEST(EnvironmentSettings, enableTheListedLevelsAndSkipTheBadItem) {
+TEST(EnvironmentSettings, enableAndEchoTheListedLevelsAndSkipTheBadItem) {
   Pellet::Facility fac(Pellet::handle("EnvHandle"), "EnvSm");
   Pellet::Facility unlisted(Pellet::handle("EnvHandle"), "UnlistedSm");
   EXPECT_TRUE(fac.on(0));
@@ -16,10 +16,6 @@ TEST(EnvironmentSettings, enableTheListedLevelsAndSkipTheBadItem) {
   EXPECT_TRUE(fac.on(7));
   EXPECT_TRUE(unlisted.on(9));
   EXPECT_FALSE(unlisted.on(4));
-}
-
-TEST(EnvironmentSettings, echoTheListedLevelsToStderr) {
-  Pellet::Facility fac(Pellet::handle("EnvHandle"), "EnvSm");
   testing::internal::CaptureStderr();
   PELLET_TRACE(fac, 6, "echoed {}", "from the environment");
   PELLET_TRACE(fac, 1, "kept quiet");

@@ -28,41 +28,36 @@ std::string echoOf(const Pellet::Facility& fac, int level, const std::string& me
   return testing::internal::GetCapturedStderr();
 }
 
+// Levels a capture turned on stay on while any capture lives, and then are as
+// configured again.
 TEST(Capture, seesEveryLevelOfItsFacilitiesWithoutPuttingThemIntoTheRings) {
   Pellet::Facility wanted(Pellet::handle("CaptureTests"), "WantedSm");
   Pellet::Facility other(Pellet::handle("CaptureTests"), "OtherSm");
-  Pellet::Capture all;
-  Pellet::Capture named{"WantedSm", "LateSm"};
-  PELLET_TRACE(wanted, 9, "Delet stale route: {}", 16);
-  PELLET_TRACE(other, 0, "route {} programmed", 17);
-  Pellet::Facility late(Pellet::handle("CaptureTests"), "LateSm");
-  PELLET_TRACE(late, 5, "Delet stale route: {}", 18);
-
-  EXPECT_TRUE(all.contains("Delet stale route: "));
-  EXPECT_FALSE(all.contains("absent"));
-  EXPECT_EQ(all.count("Delet stale route: "), 2u);
-  ASSERT_EQ(all.messages().size(), 3u);
-  EXPECT_EQ(all.messages()[0].facility, "WantedSm");
-  EXPECT_EQ(all.messages()[0].level, 9);
-  EXPECT_EQ(all.messages()[0].text, "Delet stale route: 16");
-  ASSERT_EQ(named.messages().size(), 2u);
-  EXPECT_EQ(named.messages()[1].text, "Delet stale route: 18");
-  EXPECT_TRUE(wanted.handle().records(9).empty());
-}
-
-TEST(Capture, keepsLevelsOnWhileAnyCaptureLivesAndThenRestoresThem) {
-  Pellet::Facility fac(Pellet::handle("CaptureTests"), "RestoredSm");
-  Pellet::enable("RestoredSm", levelBit(4), false);
+  Pellet::enable("WantedSm", levelBit(4), false);
   {
-    Pellet::Capture outer{"RestoredSm"};
-    { Pellet::Capture inner; }
-    EXPECT_TRUE(fac.on(9));
-    PELLET_TRACE(fac, 9, "after inner");
-    EXPECT_TRUE(outer.contains("after inner"));
+    Pellet::Capture all;
+    {
+      Pellet::Capture named{"WantedSm", "LateSm"};
+      PELLET_TRACE(wanted, 9, "Delet stale route: {}", 16);
+      PELLET_TRACE(other, 0, "route {} programmed", 17);
+      Pellet::Facility late(Pellet::handle("CaptureTests"), "LateSm");
+      PELLET_TRACE(late, 5, "Delet stale route: {}", 18);
+      ASSERT_EQ(named.messages().size(), 2u);
+      EXPECT_EQ(named.messages()[1].text, "Delet stale route: 18");
+    }
+    EXPECT_TRUE(all.contains("Delet stale route: "));
+    EXPECT_FALSE(all.contains("absent"));
+    EXPECT_EQ(all.count("Delet stale route: "), 2u);
+    ASSERT_EQ(all.messages().size(), 3u);
+    EXPECT_EQ(all.messages()[0].facility, "WantedSm");
+    EXPECT_EQ(all.messages()[0].level, 9);
+    EXPECT_EQ(all.messages()[0].text, "Delet stale route: 16");
+    EXPECT_TRUE(wanted.handle().records(9).empty());
+    EXPECT_TRUE(wanted.on(9));
   }
-  EXPECT_FALSE(fac.on(9));
-  EXPECT_FALSE(fac.on(0));
-  EXPECT_TRUE(fac.on(4));
+  EXPECT_FALSE(wanted.on(9));
+  EXPECT_FALSE(wanted.on(0));
+  EXPECT_TRUE(wanted.on(4));
 }
 
 // The lines of a dump that belong to handles whose name starts with `prefix`, without their
@@ -81,37 +76,39 @@ std::vector<std::string> linesOf(const std::string& dump, const std::string& pre
   return out;
 }
 
-TEST(Dump, mergesHandlesAndLevelsInTraceOrderWithIncreasingSequence) {
+// A handle's records merge its levels in trace order; the dump merges the handles too.
+TEST(Dump, mergesHandlesAndLevelsInTraceOrderWithIncreasingSequenceToAStreamOrAFile) {
   Pellet::timeSourceIs([] { return 1.25; });
-  Pellet::Facility a(Pellet::handle("DumpB"), "DumpBSm");
+  Pellet::Handle& handleB = Pellet::handle("DumpB");
+  Pellet::Facility a(handleB, "DumpBSm");
   Pellet::Facility b(Pellet::handle("DumpA"), "DumpASm");
+  Pellet::Facility c(handleB, "DumpBOtherSm");
   PELLET_TRACE(a, 2, "first");
   PELLET_TRACE(b, 0, "second {}", 2);
-  PELLET_TRACE(a, 0, "third");
+  PELLET_TRACE(c, 0, "third");
   PELLET_TRACE(b, 1, "fourth");
   Pellet::timeSourceIs(nullptr);
 
+  const std::vector<Pellet::Record> records = handleB.records();
+  ASSERT_EQ(messagesOf(records), (std::vector<std::string>{"first", "third"}));
+  EXPECT_EQ(records[1].level, 0);
+  EXPECT_EQ(records[1].facility, "DumpBOtherSm");
+  EXPECT_EQ(records[1].time, 1.25);
+  EXPECT_LT(records[0].sequence, records[1].sequence);
   std::ostringstream out;
   Pellet::dump(out);
   EXPECT_EQ(linesOf(out.str(), "Dump"),
             (std::vector<std::string>{
                 "1.250000 DumpB DumpBSm 2 first", "1.250000 DumpA DumpASm 0 second 2",
-                "1.250000 DumpB DumpBSm 0 third", "1.250000 DumpA DumpASm 1 fourth"}));
-}
+                "1.250000 DumpB DumpBOtherSm 0 third", "1.250000 DumpA DumpASm 1 fourth"}));
 
-TEST(Dump, toAFileWritesWhatDumpWritesAndReportsAPathItCannotWrite) {
-  Pellet::Facility fac(Pellet::handle("FileHandle"), "FileSm");
-  PELLET_TRACE(fac, 0, "to the file");
+  // To a file, the same text; a path it cannot write is reported.
   const std::string path = testing::TempDir() + "pellet_dump.txt";
   ASSERT_TRUE(Pellet::dumpToFile(path));
-  std::ostringstream expected;
-  Pellet::dump(expected);
-  std::ifstream in(path);
   std::stringstream written;
-  written << in.rdbuf();
+  written << std::ifstream(path).rdbuf();
   std::remove(path.c_str());
-  EXPECT_EQ(written.str(), expected.str());
-  EXPECT_NE(written.str().find("FileSm 0 to the file"), std::string::npos);
+  EXPECT_EQ(written.str(), out.str());
   EXPECT_FALSE(Pellet::dumpToFile("/nonexistent-directory/pellet_dump.txt"));
 }
 
@@ -126,30 +123,26 @@ TEST(Facility, recordsLevelsZeroToTwoByDefaultAndEvaluatesNoArgumentsOfAnOffLeve
   EXPECT_EQ(evaluations, 1);
 }
 
+// A rule for every facility holds for later ones until a rule of their own overrides it.
 TEST(Facility, enableSetsExactlyTheGivenLevelsForCopiesAndLaterFacilitiesOfTheName) {
+  Pellet::enable("*", levelBit(8), false);
   Pellet::Facility original(Pellet::handle("FacilityTests"), "EnabledFac");
   Pellet::Facility copy = original;
   Pellet::enable("EnabledFac", levelBit(5), false);
   Pellet::Facility later(Pellet::handle("OtherFacilityTests"), "EnabledFac");
-  for (const Pellet::Facility* fac : {&original, &copy, &later}) {
+  Pellet::Facility again(Pellet::handle("FacilityTests"), "EnabledFac");
+  Pellet::Facility other(Pellet::handle("FacilityTests"), "OtherStarFac");
+  for (const Pellet::Facility* fac : {&original, &copy, &later, &again}) {
     EXPECT_TRUE(fac->on(5));
     EXPECT_FALSE(fac->on(0));
+    EXPECT_FALSE(fac->on(8));
   }
+  EXPECT_TRUE(other.on(8));
   PELLET_TRACE(copy, 5, "at five");
   EXPECT_EQ(messagesOf(original.handle().records(5)), std::vector<std::string>{"at five"});
-}
-
-TEST(Facility, everyFacilityRuleCoversLaterFacilitiesUntilOverridden) {
-  Pellet::enable("*", levelBit(8), false);
-  Pellet::Facility made(Pellet::handle("FacilityTests"), "StarFac");
-  Pellet::enable("StarFac", levelBit(6), false);
-  Pellet::Facility other(Pellet::handle("FacilityTests"), "OtherStarFac");
-  EXPECT_TRUE(other.on(8));
-  EXPECT_FALSE(made.on(8));
-  EXPECT_TRUE(made.on(6));
   Pellet::enable("*", Pellet::defaultLevels, false);
-  EXPECT_TRUE(made.on(0));
-  EXPECT_FALSE(made.on(6));
+  EXPECT_TRUE(original.on(0));
+  EXPECT_FALSE(original.on(5));
 }
 
 TEST(Facility, echoesTimeFacilityLevelAndMessageOfTheEchoedLevelsOnly) {
@@ -165,60 +158,26 @@ TEST(Facility, echoesTimeFacilityLevelAndMessageOfTheEchoedLevelsOnly) {
   EXPECT_EQ(configured.handle().records(0).back().message, "recorded only");
 }
 
+// Made again with other sizes, it keeps only the levels whose size is unchanged.
 TEST(Handle, isMadeOnceWithSixteenKibPerLevelUnlessGivenSizes) {
   EXPECT_EQ(&Pellet::handle("LookupHandle"), &Pellet::handle("LookupHandle"));
   EXPECT_NE(&Pellet::handle("LookupHandle"), &Pellet::handle("OtherLookupHandle"));
   for (int level = 0; level < Pellet::levelCount; ++level) {
     EXPECT_EQ(Pellet::handle("LookupHandle").capacityBytes(level), 16u * 1024);
   }
-  const Pellet::Handle& sized =
+  Pellet::Handle& sized =
       Pellet::initializeHandle("SizedHandle", {10, 10, 50, 300, 100, 500, 50, 200, 10, 0});
   EXPECT_EQ(sized.capacityBytes(0), 10u * 1024);
   EXPECT_EQ(sized.capacityBytes(5), 500u * 1024);
   EXPECT_EQ(sized.capacityBytes(9), 0u);
-}
-
-TEST(Handle, reinitializingKeepsOnlyTheLevelsWhoseSizeIsUnchanged) {
-  Pellet::Handle& handle =
-      Pellet::initializeHandle("ResizedHandle", {1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
-  Pellet::Facility fac(handle, "ResizedFac");
+  Pellet::Facility fac(sized, "ResizedFac");
   PELLET_TRACE(fac, 0, "kept");
   PELLET_TRACE(fac, 1, "dropped");
-  Pellet::initializeHandle("ResizedHandle", {1, 2, 1, 1, 1, 1, 1, 1, 1, 1});
-  EXPECT_EQ(messagesOf(handle.records(0)), std::vector<std::string>{"kept"});
-  EXPECT_TRUE(handle.records(1).empty());
-  EXPECT_EQ(handle.capacityBytes(1), 2u * 1024);
-}
-
-TEST(Handle, keepsTheNewestMessagesOfALevelWithinItsSize) {
-  Pellet::Handle& handle =
-      Pellet::initializeHandle("WrappingHandle", {1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
-  Pellet::Facility fac(handle, "WrappingFac");
-  for (int i = 0; i < 200; ++i) PELLET_TRACE(fac, 2, "message number {}", i);
-  const std::vector<Pellet::Record> records = handle.records(2);
-  EXPECT_LE(handle.retainedBytes(2), 1024u);
-  ASSERT_FALSE(records.empty());
-  EXPECT_LT(records.size(), 200u);
-  EXPECT_EQ(records.back().message, "message number 199");
-  EXPECT_EQ(records.front().message, fmt::format("message number {}", 200 - records.size()));
-}
-
-TEST(Handle, recordsCarryLevelFacilityAndTimeAndMergeLevelsInTraceOrder) {
-  Pellet::timeSourceIs([] { return 42.5; });
-  Pellet::Handle& handle = Pellet::handle("MergingHandle");
-  Pellet::Facility first(handle, "FirstFac");
-  Pellet::Facility second(handle, "SecondFac");
-  PELLET_TRACE(first, 2, "one");
-  PELLET_TRACE(second, 0, "two");
-  PELLET_TRACE(first, 1, "three");
-  Pellet::timeSourceIs(nullptr);
-
-  const std::vector<Pellet::Record> records = handle.records();
-  ASSERT_EQ(messagesOf(records), (std::vector<std::string>{"one", "two", "three"}));
-  EXPECT_EQ(records[1].level, 0);
-  EXPECT_EQ(records[1].facility, "SecondFac");
-  EXPECT_EQ(records[1].time, 42.5);
-  EXPECT_LT(records[0].sequence, records[1].sequence);
+  EXPECT_EQ(&Pellet::initializeHandle("SizedHandle", {10, 2, 50, 300, 100, 500, 50, 200, 10, 0}),
+            &sized);
+  EXPECT_EQ(messagesOf(sized.records(0)), std::vector<std::string>{"kept"});
+  EXPECT_TRUE(sized.records(1).empty());
+  EXPECT_EQ(sized.capacityBytes(1), 2u * 1024);
 }
 
 struct SettingsCase {

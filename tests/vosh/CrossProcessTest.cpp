@@ -74,24 +74,6 @@ class Child {
 
 class CrossProcessTest : public VoshFixture {};
 
-// Each side grows the collection past its initial capacity in turn.
-TEST_F(CrossProcessTest, whatAWriterProcessLeftIsFoundByTheNextWriterAndAReaderElsewhere) {
-  Child writerProcess(prefix_, [](Child&, Vosh::EntityManager& em) {
-    em.mountWriter("hw/routes", {{"route", 1024}});
-    writeRoutes(*em.table<uint64_t, Route>("hw/routes", "route"), 0, 2000);
-    return true;
-  });
-  ASSERT_TRUE(writerProcess.succeeded());
-  Side w = writer({{"route", 1024}});
-  EXPECT_TRUE(holdsRoutesUpTo(*w.routes, 2000));
-  writeRoutes(*w.routes, 2000, 5000);
-  Child readerProcess(prefix_, [](Child&, Vosh::EntityManager& em) {
-    em.mountReader("hw/routes", Vosh::mountTypeReader);
-    return holdsRoutesUpTo(*em.table<uint64_t, Route>("hw/routes", "route"), 5000);
-  });
-  EXPECT_TRUE(readerProcess.succeeded());
-}
-
 // One reader polls when asked, the other by itself in real time; each is
 // told of each changed key once, with the record as the writer left it.
 TEST_F(CrossProcessTest, readersHearEachKeyAnotherProcessChangedOnce) {

@@ -15,12 +15,6 @@
 namespace VoshTest {
 namespace {
 
-// A collection that reserves nothing ahead makes a new generation each time
-// it fills.
-Vosh::CollectionDecl unreserved(std::string name, uint32_t capacity) {
-  return Vosh::CollectionDecl{std::move(name), capacity, Vosh::kDefaultChangeRingSize, 0};
-}
-
 class MountTest : public VoshFixture {
  protected:
   // A writer that wrote keys [0, count), deleted the multiples of 5, and went
@@ -41,27 +35,16 @@ std::string errorOf(const std::function<void()>& f) {
   return "no error";
 }
 
-TEST_F(MountTest, aReaderMountFailsCleanlyWhenNoWriterCreatedThePath) {
+TEST_F(MountTest, segmentsAreNamedUnderThePrefixForTheOwnerOnlyAndRemovedByPrefix) {
   auto em = manager();
-  std::string error = errorOf([&] { em->mountReader("hw/routes", Vosh::mountTypeReader); });
-  EXPECT_NE(error.find("cannot mount hw/routes for reading"), std::string::npos) << error;
-  EXPECT_FALSE(em->mounted("hw/routes"));
-  EXPECT_THROW(em->mountReader("hw/routes", Vosh::mountTypeSharedReader), Vosh::MountError);
-}
-
-TEST_F(MountTest, segmentsAreNamedUnderThePrefixAndOnlyTheOwnerMayOpenThem) {
-  Side w = writer({{"route", 16}}, "hw/qel/routes");
-  std::string name = w.em->segmentName("hw/qel/routes");
+  em->mountWriter("hw/qel/routes", {{"route", 16}});
+  em->mountWriter("b", {{"route", 16}});
+  std::string name = em->segmentName("hw/qel/routes");
   EXPECT_EQ(name.rfind("/" + prefix_ + ".hw.qel.routes", 0), 0u) << name;
   struct stat st {};
   ASSERT_EQ(stat(("/dev/shm" + name).c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
-}
 
-TEST_F(MountTest, removeAllRemovesOnlyItsOwnPrefix) {
-  auto em = manager();
-  em->mountWriter("a", {{"route", 16}});
-  em->mountWriter("b", {{"route", 16}});
   auto otherPrefix = Kiv::make<Vosh::EntityManager>(prefix_ + "x", &scheduler_);
   otherPrefix->mountWriter("a", {{"route", 16}});
   const uint64_t ownBytes = Vosh::segmentBytesUnder(prefix_);
@@ -75,11 +58,16 @@ TEST_F(MountTest, removeAllRemovesOnlyItsOwnPrefix) {
   Vosh::EntityManager::removeAll(prefix_ + "x");
 }
 
-// One view per collection; a path mounted once; a view only of a mounted
-// path's declared collection, with the types it was made with.
+// A reader's mount fails cleanly until a writer created the path. One view per
+// collection; a path mounted once; a view only of a mounted path's declared
+// collection, with the types it was made with.
 TEST_F(MountTest, viewsAndMountsAreGivenOnceAndOnlyAsDeclared) {
-  auto unmounted = manager();
-  EXPECT_THROW((unmounted->table<uint64_t, Route>("hw/routes", "route")), Vosh::MountError);
+  auto r = manager();
+  std::string error = errorOf([&] { r->mountReader("hw/routes", Vosh::mountTypeReader); });
+  EXPECT_NE(error.find("cannot mount hw/routes for reading"), std::string::npos) << error;
+  EXPECT_FALSE(r->mounted("hw/routes"));
+  EXPECT_THROW(r->mountReader("hw/routes", Vosh::mountTypeSharedReader), Vosh::MountError);
+  EXPECT_THROW((r->table<uint64_t, Route>("hw/routes", "route")), Vosh::MountError);
   Side w = writer();
   EXPECT_EQ((w.em->table<uint64_t, Route>("hw/routes", "route")), w.routes);
   EXPECT_THROW((w.em->table<uint32_t, Route>("hw/routes", "route")), Vosh::MountError);
@@ -87,26 +75,35 @@ TEST_F(MountTest, viewsAndMountsAreGivenOnceAndOnlyAsDeclared) {
   EXPECT_THROW(w.em->mountWriter("hw/routes", {{"route", 16}}), Vosh::MountError);
   EXPECT_THROW(w.em->mountReader("hw/routes", Vosh::mountTypeReader), Vosh::MountError);
   EXPECT_EQ(w.em->mountType("hw/routes"), Vosh::mountTypeWriter);
-  auto r = manager();
   r->mountReader("hw/routes", Vosh::mountTypeReader);
   EXPECT_THROW((r->table<uint64_t, Route>("hw/routes", "nope")), Vosh::MountError);
-  std::string error = errorOf([&] { r->table<uint64_t, Blob>("hw/routes", "route"); });
+  error = errorOf([&] { r->table<uint64_t, Blob>("hw/routes", "route"); });
   EXPECT_NE(error.find("not of this table's types"), std::string::npos) << error;
 }
 
-TEST_F(MountTest, aReaderSeesACollectionThatItsWriterTypesAfterTheReaderAttached) {
-  auto writer = manager();
-  writer->mountWriter("hw/routes", {{"route", 16}});
+// A writer's collection moves to a new generation when the writer first types
+// it, after the reader attached, and each time it fills, reserving nothing ahead.
+TEST_F(MountTest, aReaderMovesToTheNewGenerationOnItsNextLookup) {
+  auto writerEm = manager();
+  writerEm->mountWriter("hw/routes", {{"route", 4, Vosh::kDefaultChangeRingSize, 0}});
   Side r = reader();
   std::vector<uint64_t> notified;
   auto c = record(r.routes, notified);
   EXPECT_EQ(r.routes->size(), 0u);
-
-  auto routes = writer->table<uint64_t, Route>("hw/routes", "route");
-  routes->set(1, routeFor(1));
+  auto routes = writerEm->table<uint64_t, Route>("hw/routes", "route");
+  writeRoutes(*routes, 0, 4);
   scheduler_.runUntilIdle();
-  EXPECT_EQ(notified, std::vector<uint64_t>{1});
-  EXPECT_EQ(r.routes->lookup(1), routeFor(1));
+  EXPECT_EQ(notified, (std::vector<uint64_t>{0, 1, 2, 3}));
+  EXPECT_TRUE(holdsRoutesUpTo(*r.routes, 4));
+
+  std::string before = r.em->segmentName("hw/routes");
+  routes->set(4, routeFor(4));
+  routes->del(0);
+  EXPECT_NE(writerEm->segmentName("hw/routes"), before);
+  EXPECT_EQ(r.em->segmentName("hw/routes"), before);
+  EXPECT_EQ(r.routes->lookup(4), routeFor(4));
+  EXPECT_FALSE(r.routes->has(0));
+  EXPECT_EQ(r.em->segmentName("hw/routes"), writerEm->segmentName("hw/routes"));
 }
 
 TEST_F(MountTest, theDefaultPrefixComesFromTheEnvironment) {
@@ -119,10 +116,10 @@ TEST_F(MountTest, theDefaultPrefixComesFromTheEnvironment) {
   if (fromEnv) setenv("QELMPLS_SHM_PREFIX", saved.c_str(), 1);
 }
 
-TEST_F(MountTest, aCollectionGrowsInPlaceFromItsInitialCapacityKeepingEveryEntry) {
-  // Four times the initial capacity: several growths within the reservation.
-  constexpr uint64_t kEntries = 4100;
-  Side w = writer({{"route", 1024}, {"other", 16}});
+// Several growths in place up to the reservation; past it a new generation,
+// and only the newest keeps a name.
+TEST_F(MountTest, aCollectionGrowsInPlaceToItsReservationThenIntoANewGenerationKeepingEveryEntry) {
+  Side w = writer({{"route", 16, Vosh::kDefaultChangeRingSize, 100}, {"other", 16}});
   auto other = w.em->table<uint64_t, Route>("hw/routes", "other");
   const std::string segment = w.em->segmentName("hw/routes");
   other->set(7, routeFor(7));
@@ -132,128 +129,88 @@ TEST_F(MountTest, aCollectionGrowsInPlaceFromItsInitialCapacityKeepingEveryEntry
   uint64_t notified = 0;
   auto c = r.routes->onChange.connect([&](uint64_t) { ++notified; });
 
-  for (uint64_t k = 1; k < kEntries; ++k) w.routes->set(k, routeFor(k));
-
-  EXPECT_GE(w.routes->capacity(), kEntries);
+  writeRoutes(*w.routes, 1, 100);
+  EXPECT_EQ(w.routes->capacity(), 100u);
   EXPECT_EQ(w.em->segmentName("hw/routes"), segment) << "grew within its reservation";
   EXPECT_EQ(other->lookup(7), routeFor(7));
-  EXPECT_TRUE(holdsRoutesUpTo(*w.routes, kEntries));
+  EXPECT_TRUE(holdsRoutesUpTo(*w.routes, 100));
   scheduler_.runUntilIdle();
-  EXPECT_EQ(notified, kEntries - 1);
-  EXPECT_TRUE(holdsRoutesUpTo(*r.routes, kEntries));
-}
-
-TEST_F(MountTest, aFullReservationMakesANewGenerationAndOnlyTheNewestKeepsAName) {
-  Side w = writer({{"route", 16, Vosh::kDefaultChangeRingSize, 100}});
-  const std::string segment = w.em->segmentName("hw/routes");
-  for (uint64_t k = 0; k < 100; ++k) w.routes->set(k, routeFor(k));
-  EXPECT_EQ(w.routes->capacity(), 100u);
-  EXPECT_EQ(w.em->segmentName("hw/routes"), segment);
+  EXPECT_EQ(notified, 99u);
+  EXPECT_TRUE(holdsRoutesUpTo(*r.routes, 100));
 
   w.routes->set(100, routeFor(100));
   EXPECT_NE(w.em->segmentName("hw/routes"), segment);
   EXPECT_GT(w.routes->capacity(), 100u);
   EXPECT_TRUE(holdsRoutesUpTo(*w.routes, 101));
-  for (uint64_t k = 101; k < 1000; ++k) w.routes->set(k, routeFor(k));
+  writeRoutes(*w.routes, 101, 1000);
+  EXPECT_EQ(other->lookup(7), routeFor(7));
   std::vector<uint32_t> present = generationsPresent();
   ASSERT_EQ(present.size(), 1u);
   EXPECT_EQ(w.em->segmentName("hw/routes"),
             Vosh::segmentGenerationName(Vosh::segmentBaseName(prefix_, "hw/routes"), present[0]));
 }
 
-TEST_F(MountTest, aReaderMovesToTheNewGenerationOnItsNextLookup) {
-  Side w = writer({unreserved("route", 4)});
-  for (uint64_t k = 0; k < 4; ++k) w.routes->set(k, routeFor(k));
-  Side r = reader();
-  std::string before = r.em->segmentName("hw/routes");
-  w.routes->set(4, routeFor(4));
-  w.routes->del(0);
-  EXPECT_NE(w.em->segmentName("hw/routes"), before);
-  EXPECT_EQ(r.em->segmentName("hw/routes"), before);
-  EXPECT_EQ(r.routes->lookup(4), routeFor(4));
-  EXPECT_FALSE(r.routes->has(0));
-  EXPECT_EQ(r.em->segmentName("hw/routes"), w.em->segmentName("hw/routes"));
-}
-
+// A slot left mid-write (its sequence lock odd) is reported and freed, and a
+// collection the writer newly declares joins the ones it finds.
 TEST_F(MountTest, theNextWriterFindsEveryEntryLeftAndReusesTheFreedSlotsBeforeGrowing) {
   writeAndGoAway(100);
-  Side w = writer();
-  EXPECT_EQ(w.routes->size(), 80u);
-  for (uint64_t k = 0; k < 100; ++k) {
-    if (k % 5 == 0) {
-      EXPECT_FALSE(w.routes->has(k)) << k;
-    } else {
-      EXPECT_EQ(w.routes->lookup(k), routeFor(k)) << k;
-    }
-  }
-  uint32_t capacity = w.routes->capacity();
-  for (uint64_t k = 0; k < 100; k += 5) w.routes->set(k + 1000, routeFor(k + 1000));
-  EXPECT_EQ(w.routes->capacity(), capacity);
-  EXPECT_EQ(w.routes->size(), 100u);
-  std::vector<uint64_t> firstKeys;
-  for (const auto& entry : *w.routes) {
-    if (firstKeys.size() < 3) firstKeys.push_back(entry.key);
-  }
-  EXPECT_EQ(firstKeys, (std::vector<uint64_t>{1000, 1, 2}));
-}
-
-TEST_F(MountTest, aSlotLeftMidWriteIsReportedAndFreedByTheNextWriter) {
-  writeAndGoAway(10);
   {
     std::vector<uint32_t> present = generationsPresent();
     ASSERT_EQ(present.size(), 1u);
     auto leftover = Vosh::Segment::open(
         Vosh::segmentGenerationName(Vosh::segmentBaseName(prefix_, "hw/routes"), present[0]), true);
     Vosh::CollectionHeader* c = Vosh::collectionHeaders(leftover->data());
-    std::byte* slot3 = leftover->data() + c->slotsOffset + 3 * c->slotBytes;
-    ++*Vosh::slotSeqWord(slot3);
+    ++*Vosh::slotSeqWord(leftover->data() + c->slotsOffset + 3 * c->slotBytes);
   }
   std::vector<uint64_t> reports;
   auto em = manager();
-  em->mountWriter("hw/routes", {{"route", 16}});
+  em->mountWriter("hw/routes", {{"route", 16}, {"status", 16}});
   auto routes = em->table<uint64_t, Route>("hw/routes", "route",
                                            [&](uint64_t key) { reports.push_back(key); });
   EXPECT_EQ(reports, std::vector<uint64_t>{3});
-  EXPECT_FALSE(routes->has(3));
-  EXPECT_EQ(routes->size(), 7u);
+  EXPECT_EQ((em->table<uint64_t, Route>("hw/routes", "status")->size()), 0u);
+  EXPECT_EQ(routes->size(), 79u);
+  for (uint64_t k = 0; k < 100; ++k) {
+    if (k % 5 == 0 || k == 3) {
+      EXPECT_FALSE(routes->has(k)) << k;
+    } else {
+      EXPECT_EQ(routes->lookup(k), routeFor(k)) << k;
+    }
+  }
+  uint32_t capacity = routes->capacity();
+  for (uint64_t k = 0; k < 100; k += 5) routes->set(k + 1000, routeFor(k + 1000));
   routes->set(3, routeFor(3));
   EXPECT_EQ(routes->lookup(3), routeFor(3));
+  EXPECT_EQ(routes->capacity(), capacity);
+  EXPECT_EQ(routes->size(), 100u);
+  std::vector<uint64_t> firstKeys;
+  for (const auto& entry : *routes) {
+    if (firstKeys.size() < 3) firstKeys.push_back(entry.key);
+  }
+  EXPECT_EQ(firstKeys, (std::vector<uint64_t>{1000, 1, 2}));
 }
 
-TEST_F(MountTest, aReaderSurvivesTheWritersRestartAndHearsTheNewWriter) {
+// The segment outlives its writer's mount; a reader carries on with the next writer.
+TEST_F(MountTest, unmountLeavesTheSegmentAndLetsTheNextWriterInWhomAReaderHears) {
   Side w = writer();
   w.routes->set(1, routeFor(1));
   Side r = reader();
   std::vector<uint64_t> notified;
   auto c = record(r.routes, notified);
-
-  w.routes = nullptr;
-  w.em = nullptr;
+  auto next = manager();
+  EXPECT_THROW(next->mountWriter("hw/routes", {{"route", 16}}), Vosh::MountError);
+  std::string name = w.em->segmentName("hw/routes");
+  w.em->unmount("hw/routes");
+  w = Side{};
+  EXPECT_NE(Vosh::Segment::open(name, false), nullptr);
   EXPECT_EQ(r.routes->lookup(1), routeFor(1));
-  w = writer();
-  w.routes->set(2, routeFor(2));
+  EXPECT_NO_THROW(next->mountWriter("hw/routes", {{"route", 16}}));
+  auto routes = next->table<uint64_t, Route>("hw/routes", "route");
+  EXPECT_EQ(routes->lookup(1), routeFor(1));
+  routes->set(2, routeFor(2));
   scheduler_.runUntilIdle();
   EXPECT_EQ(notified, std::vector<uint64_t>{2});
   EXPECT_EQ(r.routes->lookup(1), routeFor(1));
-}
-
-TEST_F(MountTest, unmountLeavesTheSegmentAndLetsASecondWriterIn) {
-  Side w = writer();
-  w.routes->set(1, routeFor(1));
-  auto second = manager();
-  EXPECT_THROW(second->mountWriter("hw/routes", {{"route", 16}}), Vosh::MountError);
-  std::string name = w.em->segmentName("hw/routes");
-  w.em->unmount("hw/routes");
-  EXPECT_NE(Vosh::Segment::open(name, false), nullptr);
-  EXPECT_NO_THROW(second->mountWriter("hw/routes", {{"route", 16}}));
-  EXPECT_EQ((second->table<uint64_t, Route>("hw/routes", "route")->lookup(1)), routeFor(1));
-}
-
-TEST_F(MountTest, aNewlyDeclaredCollectionJoinsWithoutLosingTheOthers) {
-  writeAndGoAway(10);
-  Side w = writer({{"route", 16}, {"status", 16}});
-  EXPECT_EQ(w.routes->lookup(9), routeFor(9));
-  EXPECT_EQ((w.em->table<uint64_t, Route>("hw/routes", "status")->size()), 0u);
 }
 
 }  // namespace

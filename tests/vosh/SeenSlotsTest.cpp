@@ -20,7 +20,7 @@ TEST(SeenSlots, keyNumbersRememberWhatKeysThemselvesWould) {
   std::mt19937_64 rng(17);
   compact.resize(64);
   plain.resize(64);
-  for (int i = 0; i < 50000; ++i) {
+  for (int i = 0; i < 10000; ++i) {
     const uint32_t s = static_cast<uint32_t>(rng() % compact.size());
     const uint64_t roll = rng() % 10;
     if (roll < 5) {
