@@ -9,8 +9,23 @@
 namespace Mpls::Hardware {
 
 namespace {
+auto forwardingTie(const L2Via& v) { return std::tie(v.intf, v.mac, v.vlan, v.label, v.weight); }
+
 auto tie(const L2Via& v) {
-  return std::tie(v.intf, v.mac, v.vlan, v.label, v.weight, v.nextHopBytes, v.nextHopFamily);
+  return std::tuple_cat(forwardingTie(v), std::tie(v.nextHopBytes, v.nextHopFamily));
+}
+
+bool forwardsBefore(const L2Via& a, const L2Via& b) { return forwardingTie(a) < forwardingTie(b); }
+
+void mix(size_t& h, size_t v) { h ^= v + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2); }
+
+size_t forwardingHash(const L2Via& v) {
+  size_t h = std::hash<Bexo::IntfId>{}(v.intf);
+  mix(h, std::hash<Bexo::EthAddr>{}(v.mac));
+  mix(h, v.vlan);
+  mix(h, v.label.value());
+  mix(h, v.weight);
+  return h;
 }
 }  // namespace
 
@@ -33,20 +48,14 @@ Bexo::IpGenAddr L2Via::nextHop() const {
 }
 
 bool operator==(const L2Via& a, const L2Via& b) { return tie(a) == tie(b); }
-bool operator<(const L2Via& a, const L2Via& b) { return tie(a) < tie(b); }
 
 size_t L2Via::hash() const {
-  size_t h = std::hash<Bexo::IntfId>{}(intf);
-  auto mix = [&h](size_t v) { h ^= v + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2); };
-  mix(std::hash<Bexo::EthAddr>{}(mac));
-  mix(vlan);
-  mix(label.value());
-  mix(weight);
+  size_t h = forwardingHash(*this);
   uint64_t lo, hi;
   std::memcpy(&lo, nextHopBytes.data(), 8);
   std::memcpy(&hi, nextHopBytes.data() + 8, 8);
-  mix(lo);
-  mix(hi);
+  mix(h, lo);
+  mix(h, hi);
   return h;
 }
 
@@ -55,9 +64,15 @@ std::string L2Via::stringValue() const {
 }
 
 void L2ViaSet::l2ViaIs(const L2Via& via) {
-  auto it = std::lower_bound(vias_.begin(), vias_.end(), via);
-  if (it != vias_.end() && *it == via) return;
+  auto it = std::lower_bound(vias_.begin(), vias_.end(), via, forwardsBefore);
+  if (it != vias_.end() && !forwardsBefore(via, *it)) return;
   vias_.insert(it, via);
+}
+
+bool operator==(const L2ViaSet& a, const L2ViaSet& b) {
+  return std::equal(
+      a.vias_.begin(), a.vias_.end(), b.vias_.begin(), b.vias_.end(),
+      [](const L2Via& x, const L2Via& y) { return forwardingTie(x) == forwardingTie(y); });
 }
 
 std::string L2ViaSet::stringValue() const {
@@ -71,7 +86,7 @@ std::string L2ViaSet::stringValue() const {
 
 size_t L2ViaSet::hash() const {
   size_t h = vias_.size();
-  for (const L2Via& v : vias_) h = h * 1000003 ^ v.hash();
+  for (const L2Via& v : vias_) h = h * 1000003 ^ forwardingHash(v);
   return h;
 }
 

@@ -36,13 +36,16 @@ struct L2Via {
   Bexo::IpGenAddr nextHop() const;
   std::string stringValue() const;
   friend bool operator==(const L2Via& a, const L2Via& b);
-  friend bool operator<(const L2Via& a, const L2Via& b);
   size_t hash() const;
 };
 static_assert(sizeof(L2Via) == 44);
 
 // The resolved vias of one layer-3 adjacency, kept in a canonical order: the
-// key by which adjacencies share one layer-2 adjacency.
+// key by which adjacencies share one layer-2 adjacency. A via counts here by
+// what the hardware forwards with (interface, MAC, VLAN, label, weight), not
+// by the next hop it came from: next hops that resolve to the same of these
+// are one via, and adjacencies through them share one record, which shows the
+// next hop of the via that was added first.
 class L2ViaSet {
  public:
   void l2ViaIs(const L2Via& via);
@@ -53,7 +56,7 @@ class L2ViaSet {
   bool empty() const { return vias_.empty(); }
   std::string stringValue() const;
   size_t hash() const;
-  friend bool operator==(const L2ViaSet&, const L2ViaSet&) = default;
+  friend bool operator==(const L2ViaSet& a, const L2ViaSet& b);
 
  private:
   std::vector<L2Via> vias_;

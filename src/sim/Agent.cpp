@@ -23,9 +23,10 @@ void Agent::start() {
   localLfibInfo_->systemLfibReadyIs(true);
   hwConfig_ = Qel::mplsHwConfigFactory("mplsHwConfig");
   hwStatus_ = Qel::mplsHwStatusFactory("mplsHwStatus");
+  Vosh::EntityManager::agentEntityManagerIs(vosh_.get());
   root_ = Qel::mplsRootSmFactory(modeConfig_, Kiv::make<SimHelper>(mediated), korba_,
                                  Kiv::make<Plin::AttrLogSm>(), scheduler_, localLfibInfo_,
-                                 hwConfig_, hwStatus_, vosh_);
+                                 hwConfig_, hwStatus_);
 }
 
 void Agent::stop() {

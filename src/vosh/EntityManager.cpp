@@ -26,6 +26,7 @@ EntityManager::EntityManager(std::string prefix, Plin::TaskScheduler* scheduler)
 }
 
 EntityManager::~EntityManager() {
+  if (agentEntityManager_ == this) agentEntityManagerDel();
   for (auto& [path, entry] : mounts_) entry.mount->close();
 }
 

@@ -54,6 +54,13 @@ class EntityManager : public Kiv::RefCounted {
   // Unlinks every segment under a prefix; mappings already made stay valid.
   static void removeAll(std::string_view prefix);
 
+  // The agent's own entity manager, for code that is handed only the agent's
+  // state-database side. Whoever builds the agent names it, keeps it alive
+  // while it is named, and clears it when the agent goes.
+  static EntityManager* agentEntityManager() noexcept { return agentEntityManager_; }
+  static void agentEntityManagerIs(EntityManager* em) noexcept { agentEntityManager_ = em; }
+  static void agentEntityManagerDel() noexcept { agentEntityManager_ = nullptr; }
+
   EntityManager(std::string prefix, Plin::TaskScheduler* scheduler);
   ~EntityManager() override;
 
@@ -113,6 +120,8 @@ class EntityManager : public Kiv::RefCounted {
                          const RecordShape& shape);
   static void checkSameTypes(std::string_view path, std::string_view collection, const void* had,
                              const void* asked);
+
+  static inline EntityManager* agentEntityManager_ = nullptr;
 
   std::string prefix_;
   Plin::TaskScheduler* scheduler_;

@@ -52,6 +52,13 @@ class MplsBaseSm::Reactors : public Kiv::Reactor {
     on(in.transitLfib->onRoute(), [sm](const Mpls::RouteKey& k) { sm->handleLFibRoute(k); });
     on(sm->lfibTrackingStatus_->onViaSetKeyBacklog,
        [sm](const Mpls::LfibViaSetKey& k) { sm->handleLFibViaSet(k); });
+    // A via set arriving in the second LFIB wakes the routes that waited
+    // for it the way a transit LFIB change does: through the backlog.
+    if (in.lfibStatus) {
+      on(in.lfibStatus->onViaSet(), [sm](const Mpls::LfibViaSetKey& k) {
+        sm->lfibTrackingStatus_->viaSetKeyBacklogIs(k);
+      });
+    }
     on(in.mplsHwCollectionStatus->onMplsHwRoute(),
        [sm](const Mpls::RouteKey& k) { sm->handleHwRouteStatus(k); });
     on(in.mplsHwCollectionStatus->onL2Adjacency(),
@@ -66,6 +73,13 @@ class MplsBaseSm::Reactors : public Kiv::Reactor {
        [sm] { sm->handleNexthopResolutionAllowDefaultRoute(); });
     on(in.mplsHwStatus->onMplsRouting,
        [sm] { sm->handleHwRoutingEnabled(sm->in_.mplsHwStatus->mplsRouting()); });
+    // The legacy form's layer-2 records are answered there, not in shared memory.
+    if (!sm->kivModels()) {
+      on(in.mplsHwStatus->onUnprogrammedAdjacency,
+         [sm](const Kiv::Ptr<Mpls::Hardware::L2Adjacency>& adjacency) {
+           sm->handleUnprogrammedAdj(adjacency.get());
+         });
+    }
     on(in.inputStatusSummary->onStatus, [sm] { sm->handleInputStatusSummaryReady(); });
     // The LFIB may quiesce after its last route was reviewed: nothing else
     // would let the start-up move on before the sync time-out.
@@ -106,15 +120,28 @@ void MplsBaseSm::numAllocatorIs(Kiv::Ptr<const Plin::NumAllocatorConfig> config,
 
 MplsBaseSm::~MplsBaseSm() = default;
 
+void MplsBaseSm::reviewTaskIs() {
+  reviewTask_ = std::make_unique<Plin::Task>(in_.taskScheduler, kTaskPriority,
+                                             "Qel::MplsSm-reviewTask", [this] { runReviewTask(); });
+}
+
+void MplsBaseSm::unprogrammedRouteTaskIs() {
+  unprogrammedRouteTask_ = std::make_unique<Plin::Task>(
+      in_.taskScheduler, kTaskPriority, "Qel::MplsSm-reviewUnprogrammedRoute",
+      [this] { runUnprogrammedRouteReviewTask(); });
+}
+
+void MplsBaseSm::routePublishTaskIs() {
+  routePublishTask_ = std::make_unique<Plin::Task>(in_.taskScheduler, kTaskPriority,
+                                                   "Qel::MplsSm-publishReviewRoutes",
+                                                   [this] { runPublishRouteKeysTask(); });
+}
+
 void MplsBaseSm::createTasks() {
+  reviewTaskIs();
+  unprogrammedRouteTaskIs();
+  routePublishTaskIs();
   Plin::TaskScheduler* s = in_.taskScheduler;
-  reviewTask_ = std::make_unique<Plin::Task>(s, kTaskPriority, "Qel::MplsSm-reviewTask",
-                                             [this] { runReviewTask(); });
-  unprogrammedRouteTask_ =
-      std::make_unique<Plin::Task>(s, kTaskPriority, "Qel::MplsSm-reviewUnprogrammedRoute",
-                                   [this] { runUnprogrammedRouteReviewTask(); });
-  routePublishTask_ = std::make_unique<Plin::Task>(
-      s, kTaskPriority, "Qel::MplsSm-publishReviewRoutes", [this] { runPublishRouteKeysTask(); });
   syncMapTask_ = std::make_unique<Plin::Task>(s, kTaskPriority, "Qel::MplsSm-syncMapTask",
                                               [this] { handleSyncMapQuiesced(); });
   syncTimeoutTask_ = std::make_unique<Plin::Task>(s, kTaskPriority, "Qel::MplsSm-syncTimeoutTask",

@@ -148,6 +148,9 @@ class MplsBaseSm : public Kiv::Entity {
     Kiv::Ptr<Plin::AttrLogSm> attrLogSm;
     Kiv::Ptr<Kiv::Clock> clock;
     Plin::TaskScheduler* taskScheduler = nullptr;
+    // Optional: an LFIB that holds via sets the transit LFIB does not, read
+    // only when a via set is absent from the transit LFIB.
+    Kiv::Ptr<const Mpls::LfibStatus> lfibStatus;
   };
 
   static constexpr Plin::TaskPriority kTaskPriority = 2;
@@ -176,6 +179,10 @@ class MplsBaseSm : public Kiv::Entity {
     return in_.mplsHwCollectionStatus.get();
   }
   const Mpls::LfibStatus* transitLfib() const { return in_.transitLfib.get(); }
+  const Mpls::LfibStatus* lfibStatus() const { return in_.lfibStatus.get(); }
+  // The via set from the transit LFIB, or from the second LFIB when the
+  // transit LFIB lacks it; empty when neither has it.
+  Mpls::LfibViaSet lfibViaSet(const Mpls::LfibViaSetKey& key) const;
   Mpls::Hardware::Status* routingHwMplsStatus() const { return in_.routingHwMplsStatus.get(); }
   MplsHwConfig* mplsHwConfig() const { return in_.mplsHwConfig.get(); }
   MplsHwStatus* mplsHwStatus() const { return in_.mplsHwStatus.get(); }
@@ -205,6 +212,11 @@ class MplsBaseSm : public Kiv::Entity {
   KIV_COUNTER(reviewCount)
   KIV_DENSE_SET(Mpls::RouteKey, mplsIpRouteKey)
   KIV_DENSE_SET(Mpls::RouteKey, staleRecoveredRoute)
+  // Routes the driver refused for a reason a later write may cure, other than
+  // lack of resources: the retry task writes them again with the routes of
+  // unprogrammedRoute. Kept apart from that set, whose emptiness raises and
+  // clears the resource-full alert.
+  KIV_DENSE_SET(Mpls::RouteKey, routeKeyForRetry)
   KIV_COLL(Mpls::Hardware::L2ViaSet, L2AdjIndex, viaSetToHwL2Adj, ViaSetToHwL2Adj)
 
   // Start-up, sync and recovery.
@@ -258,6 +270,13 @@ class MplsBaseSm : public Kiv::Entity {
   void deleteL3Adj(L3AdjIndex index);
   void deleteL3AdjRefs(L3Adjacency* adjacency);
   bool validateMplsIpL3Adj(const Mpls::LfibViaSet& viaSet, const CachedLFibMplsViaColl* vias) const;
+  // Whether this mode can program via sets of the type at all: MPLS-over-IP
+  // always, external FECs where the mode forwards into them.
+  bool viaTypeProgrammable(Mpls::LfibViaType viaType) const;
+  // An adjacency that can no longer be programmed lets go of its layer-2
+  // adjacency, next hops and MAC dependencies, so that none of them, nor the
+  // proactive-ARP requests, outlive the vias they were resolved from.
+  void releaseResolution(L3Adjacency* adjacency);
   void setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency, const Mpls::LfibViaSet& viaSet,
                                       const ProgrammableMplsFecVias& programmableVias,
                                       L3AdjLFibAdjType lFibAdjType);
@@ -290,11 +309,16 @@ class MplsBaseSm : public Kiv::Entity {
   void handleArpEntry(const Arp::Table::ArpKey& arpKey);
   void handleFdbStatus(const Bridging::HostKey& hostKey);
   void handleHwL2AdjStatus(Vosh::Qel::MplsHwL2AdjacencyId id);
-  void handleUnprogrammedAdj(Mpls::Hardware::L2Adjacency* hwL2Adjacency, bool programmed);
+  // The driver's verdict on a layer-2 record in the legacy form, where
+  // mplsHwStatus lists the records it refused.
+  void handleUnprogrammedAdj(Mpls::Hardware::L2Adjacency* hwL2Adjacency);
   void handleNexthopResolutionAllowDefaultRoute();
   void handleL3Intf(Bexo::IntfId intf);
 
   // Review, retry and publish tasks.
+  void reviewTaskIs();
+  void unprogrammedRouteTaskIs();
+  void routePublishTaskIs();
   void doMaybeScheduleReview();
   void runReviewTask();
   bool shouldTaskYield(Plin::Task* task) const;
@@ -317,6 +341,9 @@ class MplsBaseSm : public Kiv::Entity {
   // Hardware route status feedback.
   virtual void handleHwRouteStatus(const Mpls::RouteKey& routeKey);
   void processHwRouteStatus(const Mpls::RouteKey& routeKey);
+  // A refusal other than for resources: retried when a later write may cure it.
+  void handleUnprogrammedRoute(const Mpls::RouteKey& routeKey,
+                               Vosh::Qel::MplsHwRouteUnprogrammedReason reason);
   void handleProgrammedRoute(const Mpls::RouteKey& routeKey);
   void unprogramRouteKey(const Mpls::RouteKey& routeKey);
   void clearRouteMappings(const Mpls::RouteKey& routeKey);
@@ -342,6 +369,11 @@ class MplsBaseSm : public Kiv::Entity {
   void updateStartupRecord();
   bool anyReviewWork() const;
   bool onlyUnprogrammedWork() const;
+  // Follows the driver's verdict on a layer-2 record; true when that took
+  // the record off the retry list.
+  bool l2AdjProgrammedIs(MplsL2Adjacency* l2Adjacency, bool programmed);
+  bool processL2AdjPendingDeletes(uint64_t& done);
+  bool anyRetryWork() const;
   Kiv::Ptr<MplsL2Adjacency> l2AdjacencyForViaSet(const Mpls::Hardware::L2ViaSet& l2ViaSet,
                                                  L3Adjacency* adjacency);
   void recordFdbDependency(L3Adjacency* adjacency, const Bridging::HostKey& hostKey);
@@ -386,6 +418,10 @@ class MplsBaseSm : public Kiv::Entity {
   std::vector<Mpls::RouteKey> retryRoutes_;
   size_t retryL2AdjsDone_ = 0;
   size_t retryRoutesDone_ = 0;
+  // The walk over l2AdjPendingForDelete in progress, the same way: a slice
+  // that yields continues it, and a new walk starts with the next pass.
+  std::vector<L2AdjIndex> pendingDeleteWalk_;
+  size_t pendingDeleteWalkDone_ = 0;
   // The keys of routeKeyForPublish the publish task has yet to look at, in
   // the order they were queued (a key queued twice is looked at twice; the
   // second look finds it published or held). A key its gates hold back leaves

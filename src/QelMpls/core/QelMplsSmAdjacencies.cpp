@@ -70,14 +70,7 @@ void MplsBaseSm::deleteL3Adj(L3AdjIndex index) {
     maybeDeleteExtFecInfo(info->fecId());
   }
   cleanL3Adj(adjacency.get());
-  if (Kiv::Ptr<MplsL2Adjacency> l2 = adjacency->l2Adjacency()) {
-    l2->l3AdjacencyDel(index);
-    PELLET_TRACE(trace_, kTraceAdj, "add l2 adj {} for review", l2->index());
-    mplsState()->l2AdjForReviewIs(l2->index());
-    adjacency->l2AdjacencyIs(nullptr);
-  }
-  deleteL3AdjRefs(adjacency.get());
-  adjacency->nextHopDelAll();
+  releaseResolution(adjacency.get());
   mplsState()->lFibViaSetToL3AdjDel(adjacency->viaSetKey());
   // Regular, dynamic-tunnel and next-hop-group adjacencies report their via
   // set to the LFIB producer; the enumeration ends before a fifth kind.
@@ -88,6 +81,21 @@ void MplsBaseSm::deleteL3Adj(L3AdjIndex index) {
   routingHwMplsStatus()->adjacencyDel(index);
   mplsState()->l3AdjForReviewDel(index);
   mplsState()->l3AdjacencyDel(index);
+}
+
+void MplsBaseSm::releaseResolution(L3Adjacency* adjacency) {
+  if (Kiv::Ptr<MplsL2Adjacency> l2 = adjacency->l2Adjacency()) {
+    l2->l3AdjacencyDel(adjacency->index());
+    PELLET_TRACE(trace_, kTraceAdj, "add l2 adj {} for review", l2->index());
+    mplsState()->l2AdjForReviewIs(l2->index());
+    adjacency->l2AdjacencyIs(nullptr);
+    if (auto hw = routingHwMplsStatus()->adjacency(adjacency->index())) {
+      hw->viaDelAll();
+      hw->l2AdjacencyIs(0);
+    }
+  }
+  deleteL3AdjRefs(adjacency);
+  adjacency->nextHopDelAll();
 }
 
 void MplsBaseSm::deleteL3AdjRefs(L3Adjacency* adjacency) {
@@ -141,6 +149,11 @@ bool MplsBaseSm::validateMplsIpL3Adj(const Mpls::LfibViaSet& viaSet,
     return false;
   }
   return true;
+}
+
+bool MplsBaseSm::viaTypeProgrammable(Mpls::LfibViaType viaType) const {
+  return viaType == Mpls::viaTypeMplsIp ||
+         (viaType == Mpls::viaTypeExternalFec && forwardingIntoExternalFecsSupported());
 }
 
 void MplsBaseSm::setHwAdjViasForNormalMplsRoute(L3Adjacency* adjacency,
@@ -527,15 +540,29 @@ void MplsBaseSm::handleHwL2AdjStatus(Vosh::Qel::MplsHwL2AdjacencyId id) {
     return;
   }
   if (status.state == Vosh::Qel::mplsHwL2AdjStateUnknown) return;
-  handleUnprogrammedAdj(l2->hwL2Adjacency().get(),
-                        status.state == Vosh::Qel::mplsHwL2AdjStateProgrammed);
+  if (l2AdjProgrammedIs(l2.get(), status.state == Vosh::Qel::mplsHwL2AdjStateProgrammed)) {
+    PELLET_TRACE(trace_, kTraceAdj, "l2 adj {} removed from unprogrammedL2Adj", id);
+  }
 }
 
-void MplsBaseSm::handleUnprogrammedAdj(Mpls::Hardware::L2Adjacency* hwL2Adjacency,
-                                       bool programmed) {
+// The legacy status lists the records the driver refused: a record taken off
+// the list is programmed. It has no version to compare; the record it names
+// is the one this run wrote, as long as the adjacency still holds it.
+void MplsBaseSm::handleUnprogrammedAdj(Mpls::Hardware::L2Adjacency* hwL2Adjacency) {
   L2AdjIndex index = hwL2Adjacency->index();
+  Kiv::Ptr<MplsL2Adjacency> l2 = mplsState()->l2Adjacency(index);
+  if (!l2 || l2->hwL2Adjacency().get() != hwL2Adjacency) return;
+  bool programmed =
+      !mplsHwStatus()->unprogrammedAdjacency(Kiv::Ptr<Mpls::Hardware::L2Adjacency>(hwL2Adjacency));
+  if (l2AdjProgrammedIs(l2.get(), programmed)) {
+    PELLET_TRACE(trace_, kTraceAdj, "l2 adj {} removed from unprogrammedAdj", index);
+  }
+}
+
+bool MplsBaseSm::l2AdjProgrammedIs(MplsL2Adjacency* l2Adjacency, bool programmed) {
+  L2AdjIndex index = l2Adjacency->index();
   bool wasUnprogrammed = mplsState()->unprogrammedL2AdjHas(index);
-  hwL2Adjacency->unprogrammedIs(!programmed);
+  l2Adjacency->hwL2Adjacency()->unprogrammedIs(!programmed);
   if (!programmed) {
     PELLET_TRACE(trace_, kTraceAdj, "l2 adj {} not programmed", index);
     if (!wasUnprogrammed) {
@@ -547,19 +574,23 @@ void MplsBaseSm::handleUnprogrammedAdj(Mpls::Hardware::L2Adjacency* hwL2Adjacenc
     rescheduleUnprogrammedTask();
   } else if (wasUnprogrammed) {
     mplsState()->unprogrammedL2AdjDel(index);
-    PELLET_TRACE(trace_, kTraceAdj, "l2 adj {} removed from unprogrammedL2Adj", index);
   }
   // Only a change of state concerns the adjacencies on top: a record that is
   // simply confirmed needs no second review of every route that uses it.
-  if (wasUnprogrammed == !programmed) return;
+  if (wasUnprogrammed != programmed) return false;
   PELLET_TRACE(trace_, kTraceDetail, "add l2 adj {} for review", index);
   mplsState()->l2AdjForReviewIs(index);
   doMaybeScheduleReview();
+  return programmed;
 }
 
 void MplsBaseSm::handleNexthopResolutionAllowDefaultRoute() {
   bool allow = in_.mplsRoutingInfo && in_.mplsRoutingInfo->nexthopResolutionAllowDefaultRoute();
+  if (routingHwMplsStatus()->nexthopResolutionAllowDefaultRoute() == allow) return;
   routingHwMplsStatus()->nexthopResolutionAllowDefaultRouteIs(allow);
+  // A next hop may resolve another way under the new policy: every adjacency
+  // is resolved again. Before processing starts, the start does that anyway.
+  if (allowReview()) scheduleAllL3AdjsForReview();
 }
 
 void MplsBaseSm::handleL3Intf(Bexo::IntfId intf) {

@@ -241,6 +241,12 @@ void MplsBaseSm::copyRouteAttributes(MplsRoute* route,
   route->addressingIs(Bexo::addressingNexthop);
 }
 
+Mpls::LfibViaSet MplsBaseSm::lfibViaSet(const Mpls::LfibViaSetKey& key) const {
+  Mpls::LfibViaSet viaSet = transitLfib()->viaSet(key);
+  if (!viaSet && lfibStatus()) viaSet = lfibStatus()->viaSet(key);
+  return viaSet;
+}
+
 void MplsBaseSm::processRouteKey(const Mpls::RouteKey& routeKey) {
   PELLET_TRACE(trace_, kTraceRoute, "process routeKey {}", routeKey);
   Kiv::Ptr<MplsRoute> route = mplsState()->route(routeKey);
@@ -265,7 +271,7 @@ void MplsBaseSm::processRouteKey(const Mpls::RouteKey& routeKey) {
     deleteRouteKeyAndRoute(routeKey);
     return;
   }
-  if (!viaSet) {
+  if (!viaSet && !lfibViaSet(lfibRoute.viaSetKey)) {
     PELLET_TRACE(trace_, kTraceRoute,
                  "via set for route ({}) does not exist in system LFIB, delay processing",
                  routeKey);

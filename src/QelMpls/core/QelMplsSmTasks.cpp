@@ -56,10 +56,12 @@ bool MplsBaseSm::anyReviewWork() const {
   return s->l3AdjForReviews() != 0 || s->routeKeyForReviews() != 0 || s->l2AdjForReviews() != 0;
 }
 
-bool MplsBaseSm::onlyUnprogrammedWork() const {
+bool MplsBaseSm::anyRetryWork() const {
   const MplsState* s = mplsState();
-  return !anyReviewWork() && (s->unprogrammedRoutes() != 0 || s->unprogrammedL2Adjs() != 0);
+  return s->unprogrammedRoutes() != 0 || s->unprogrammedL2Adjs() != 0 || routeKeyForRetrys() != 0;
 }
+
+bool MplsBaseSm::onlyUnprogrammedWork() const { return !anyReviewWork() && anyRetryWork(); }
 
 void MplsBaseSm::doMaybeScheduleReview() {
   if (onlyUnprogrammedWork()) {
@@ -146,16 +148,7 @@ void MplsBaseSm::runReviewTask() {
 
   if (!yielded) {
     PELLET_TRACE(trace_, kTraceDetail, "review l2 adj pending for deletion");
-    std::vector<L2AdjIndex> pending(s->l2AdjPendingForDeleteColl().begin(),
-                                    s->l2AdjPendingForDeleteColl().end());
-    for (L2AdjIndex index : pending) {
-      processL2AdjPendingDelete(index);
-      ++done;
-      if (shouldTaskYield(reviewTask_.get())) {
-        yielded = true;
-        break;
-      }
-    }
+    yielded = processL2AdjPendingDeletes(done);
   }
 
   if (s->routeKeyForReviews() == 0 && s->l3AdjForReviews() == 0) releaseAllHeldByReview();
@@ -165,15 +158,37 @@ void MplsBaseSm::runReviewTask() {
   reviewTask_->taskWorkCountInc(done);
   if (done == 0) PELLET_TRACE(trace_, kTraceDetail, "nothing to be reviewed");
 
-  if (anyReviewWork()) {
-    // A yielded slice continues at once; new work waits for its interval.
-    if (yielded) {
-      reviewTask_->scheduleNow();
-    } else {
-      doMaybeScheduleReview();
-    }
+  // A yielded slice left items of this pass, in whichever phase, and
+  // continues at once; new work waits for its interval.
+  if (yielded) {
+    reviewTask_->scheduleNow();
+  } else if (anyReviewWork()) {
+    doMaybeScheduleReview();
   }
   if (mplsSmStartupStatus() == mplsSmNormal) doMaybeSetConfigRouting();
+}
+
+// Each pass looks at every layer-2 adjacency pending deletion once, from a
+// snapshot that the next slice continues when one yields: one that started
+// from the front again would look at the same few each time, and those may
+// wait long, even for ever, so a yielding walk could keep the task busy.
+bool MplsBaseSm::processL2AdjPendingDeletes(uint64_t& done) {
+  MplsState* s = mplsState();
+  if (pendingDeleteWalkDone_ == pendingDeleteWalk_.size()) {
+    pendingDeleteWalk_.assign(s->l2AdjPendingForDeleteColl().begin(),
+                              s->l2AdjPendingForDeleteColl().end());
+    pendingDeleteWalkDone_ = 0;
+  }
+  while (pendingDeleteWalkDone_ < pendingDeleteWalk_.size()) {
+    L2AdjIndex index = pendingDeleteWalk_[pendingDeleteWalkDone_++];
+    if (!s->l2AdjPendingForDeleteHas(index)) continue;
+    processL2AdjPendingDelete(index);
+    ++done;
+    if (shouldTaskYield(reviewTask_.get())) {
+      return pendingDeleteWalkDone_ < pendingDeleteWalk_.size();
+    }
+  }
+  return false;
 }
 
 void MplsBaseSm::runUnprogrammedRouteReviewTask() {
@@ -207,7 +222,11 @@ void MplsBaseSm::runUnprogrammedRouteReviewTask() {
   }
   while (!yielded && retryRoutesDone_ < retryRoutes_.size()) {
     Mpls::RouteKey key = retryRoutes_[retryRoutesDone_++];
-    if (!s->unprogrammedRouteHas(key)) continue;
+    // One retry per refusal that is not for resources: the driver's next
+    // refusal asks for the next one.
+    bool refused = routeKeyForRetryHas(key);
+    routeKeyForRetryDel(key);
+    if (!refused && !s->unprogrammedRouteHas(key)) continue;
     PELLET_TRACE(trace_, kTraceDetail, "retry unprogrammed routeKey {}", key);
     processRouteKey(key);
     s->unprogRouteRetriedInc();
@@ -220,7 +239,7 @@ void MplsBaseSm::runUnprogrammedRouteReviewTask() {
   task->taskWorkCountInc(done);
   if (!retryRoundDone()) {
     task->scheduleNow();
-  } else if (s->unprogrammedRoutes() != 0 || s->unprogrammedL2Adjs() != 0) {
+  } else if (anyRetryWork()) {
     rescheduleUnprogrammedTask();
   }
   unprogrammedRetryIntervalIs(defaultUnprogrammedRetryInterval());
@@ -237,6 +256,8 @@ void MplsBaseSm::startRetryRound() {
   const MplsState* s = mplsState();
   retryL2Adjs_.assign(s->unprogrammedL2AdjColl().begin(), s->unprogrammedL2AdjColl().end());
   retryRoutes_.assign(s->unprogrammedRouteColl().begin(), s->unprogrammedRouteColl().end());
+  retryRoutes_.insert(retryRoutes_.end(), routeKeyForRetryColl().begin(),
+                      routeKeyForRetryColl().end());
   retryL2AdjsDone_ = 0;
   retryRoutesDone_ = 0;
 }
@@ -414,12 +435,16 @@ void MplsBaseSm::processHwRouteStatus(const Mpls::RouteKey& routeKey) {
       }
       if (!wasUnprogrammed) s->numUnprogrammedRouteInc();
       s->unprogrammedRouteIs(routeKey);
+      routeKeyForRetryDel(routeKey);
       PELLET_TRACE(trace_, kTraceDetail, "unprogrammedRetryIntervalIs {}",
                    unprogrammedRetryInterval());
       rescheduleUnprogrammedTask();
+    } else {
+      handleUnprogrammedRoute(routeKey, status.reason);
     }
   } else {
     route->unprogrammedReasonIs(UnprogrammedReason::unprogrammedReasonNone);
+    routeKeyForRetryDel(routeKey);
     if (wasUnprogrammed) {
       if (s->unprogrammedRoutes() == 1 && traceResourceNormal()) {
         SysLog::instance().log(now(), "ROUTING_MPLS_RESOURCE_NORMAL",
@@ -440,6 +465,20 @@ void MplsBaseSm::processHwRouteStatus(const Mpls::RouteKey& routeKey) {
     PELLET_TRACE(trace_, kTraceRoute, "routeKey {}  transitioned from unprogrammed {} to {}",
                  routeKey, old, notProgrammed);
   }
+}
+
+// Worth a retry: an interface that was not ready becomes ready without any
+// change this library would see. A resource failure the driver flags is
+// retried through unprogrammedRoute; without the flag the driver does not
+// call it a condition that passes. An invalid FEC is the record's own fault:
+// the same record written again fails the same way.
+void MplsBaseSm::handleUnprogrammedRoute(const Mpls::RouteKey& routeKey,
+                                         Vosh::Qel::MplsHwRouteUnprogrammedReason reason) {
+  if (reason != Vosh::Qel::mplsHwUnprogReasonInterfaceNotReady) return;
+  if (mplsState()->unprogrammedRouteHas(routeKey)) return;
+  PELLET_TRACE(trace_, kTraceDetail, "Schedule review for unprog routes, reason {}", reason);
+  routeKeyForRetryIs(routeKey);
+  rescheduleUnprogrammedTask();
 }
 
 void MplsBaseSm::handleProgrammedRoute(const Mpls::RouteKey& routeKey) {
@@ -501,6 +540,7 @@ void MplsBaseSm::deleteRouteKeyAndRoute(const Mpls::RouteKey& routeKey) {
       mplsState()->l3AdjForReviewIs(adjacency->index());
     }
   }
+  routeKeyForRetryDel(routeKey);
   if (mplsState()->unprogrammedRouteHas(routeKey)) {
     mplsState()->unprogrammedRouteDel(routeKey);
     // The last refused route is gone: resources are no longer short.

@@ -23,23 +23,19 @@ void MplsRouteAndDirectAdjSm::handleInitializedSubClass() {
 }
 
 bool MplsRouteAndDirectAdjSm::resolveL3Adj(L3Adjacency* adjacency) {
-  Mpls::LfibViaSet viaSet = transitLfib()->viaSet(adjacency->viaSetKey());
+  Mpls::LfibViaSet viaSet = lfibViaSet(adjacency->viaSetKey());
   // An absent via set reads as the empty record, which has lost its key.
   if (!viaSet) viaSet = Mpls::LfibViaSet(adjacency->viaSetKey());
-  if (adjacency->viaSetKey().viaType != Mpls::viaTypeMplsIp) {
-    // External FECs (and anything else) are not programmable in this mode.
-    adjacency->unprogrammedIs(true);
-    adjacency->unprogrammedReasonIs(UnprogrammedReason::unprogrammedReasonViaSetNotSane);
-    return false;
+  // The mode forwards into no external FEC: only MPLS-over-IP is left.
+  if (!viaTypeProgrammable(adjacency->viaSetKey().viaType)) {
+    return notProgrammable(adjacency, UnprogrammedReason::unprogrammedReasonViaSetNotSane);
   }
   Kiv::Ptr<const CachedLFibMplsViaColl> vias = getSaneMplsIpLFibVias(viaSet);
   adjacency->cachedViasIs(vias);
   adjacency->lFibAdjTypeIs(l3AdjLFibAdjType(vias.get()));
   if (!validateMplsIpL3Adj(viaSet, vias.get()) ||
       adjacency->lFibAdjType() != L3AdjLFibAdjType::adjTypeRegular) {
-    adjacency->unprogrammedIs(true);
-    adjacency->unprogrammedReasonIs(UnprogrammedReason::unprogrammedReasonViaSetNotSane);
-    return false;
+    return notProgrammable(adjacency, UnprogrammedReason::unprogrammedReasonViaSetNotSane);
   }
   ProgrammableMplsFecVias& programmable = programmableScratch_;
   programmable.viaDelAll();
@@ -55,6 +51,13 @@ bool MplsRouteAndDirectAdjSm::resolveL3Adj(L3Adjacency* adjacency) {
   return true;
 }
 
+bool MplsRouteAndDirectAdjSm::notProgrammable(L3Adjacency* adjacency, UnprogrammedReason reason) {
+  adjacency->unprogrammedIs(true);
+  adjacency->unprogrammedReasonIs(reason);
+  releaseResolution(adjacency);
+  return false;
+}
+
 void MplsRouteAndDirectAdjSm::reviewL3Adj(L3AdjIndex index, L3Adjacency* adjacency) {
   if (!kivModels()) {
     reviewL3AdjLegacy(index, adjacency);
@@ -63,6 +66,8 @@ void MplsRouteAndDirectAdjSm::reviewL3Adj(L3AdjIndex index, L3Adjacency* adjacen
   PELLET_TRACE(trace_, kTraceAdj, "review l3 adj {}", index);
   if (!resolveL3Adj(adjacency)) {
     PELLET_TRACE(trace_, kTraceAdj, "adj is not sane. Publish routes");
+    // The LFIB producer must not go on seeing the via set as programmed.
+    lfibHwStatus()->viaSetDel(adjacency->viaSetKey());
     scheduleRouteKeyForPublish(adjacency);
     return;
   }
@@ -114,9 +119,10 @@ bool MplsRouteAndDirectAdjSm::reviewRouteKey(const Mpls::RouteKey& routeKey, Mpl
   PELLET_TRACE(trace_, kTraceRoute, "Review routeKey {}", routeKey);
   Kiv::Ptr<L3Adjacency> adjacency = mplsState()->l3Adjacency(route->l3AdjIndex());
   Kiv::Ptr<MplsL2Adjacency> l2 = adjacency ? adjacency->l2Adjacency() : nullptr;
-  if (!l2 || adjacency->unprogrammed() || isAdjPendingForReview(adjacency.get())) {
-    return handleUnresolvedRoute(routeKey, route, adjacency.get());
-  }
+  // A route is written whenever its adjacency resolves to a layer-2
+  // adjacency, even one waiting for its own review: the route comes back
+  // with that review.
+  if (!l2) return handleUnresolvedRoute(routeKey, route, adjacency.get());
   copyRouteAttributes(route, adjacency.get());
   Vosh::Qel::MplsHwRouteConfig config;
   config.routeKey = routeKey;
@@ -147,9 +153,7 @@ bool MplsRouteAndDirectAdjSm::reviewRouteKeyLegacy(const Mpls::RouteKey& routeKe
   PELLET_TRACE(trace_, kTraceRoute, "Review routeKey legacy {}", routeKey);
   Kiv::Ptr<L3Adjacency> adjacency = mplsState()->l3Adjacency(route->l3AdjIndex());
   Kiv::Ptr<MplsL2Adjacency> l2 = adjacency ? adjacency->l2Adjacency() : nullptr;
-  if (!l2 || adjacency->unprogrammed() || isAdjPendingForReview(adjacency.get())) {
-    return handleUnresolvedRoute(routeKey, route, adjacency.get());
-  }
+  if (!l2) return handleUnresolvedRoute(routeKey, route, adjacency.get());
   copyRouteAttributes(route, adjacency.get());
   route->versionInc();
   mplsHwConfig()->routeIs(routeKey, MplsHwRoute{routeKey, l2->hwL2Adjacency(), route->version()});

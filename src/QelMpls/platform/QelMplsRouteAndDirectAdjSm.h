@@ -33,6 +33,10 @@ class MplsRouteAndDirectAdjSm : public MplsBaseSm {
   // Validates the adjacency and resolves its vias; false when it cannot be
   // programmed (its unprogrammed flag and reason are set).
   bool resolveL3Adj(L3Adjacency* adjacency);
+  // An adjacency whose vias cannot be programmed keeps nothing they resolved
+  // to: its routes lose their records rather than keep forwarding over vias
+  // the LFIB no longer offers. Returns false.
+  bool notProgrammable(L3Adjacency* adjacency, UnprogrammedReason reason);
   bool alreadyProgrammedAs(const Mpls::RouteKey& routeKey, const MplsRoute* route,
                            Vosh::Qel::MplsHwRouteConfig config, L2AdjIndex l2Index) const;
   bool handleUnresolvedRoute(const Mpls::RouteKey& routeKey, MplsRoute* route,

@@ -183,7 +183,7 @@ void MplsRouteAndMediatedAdjSm::releaseUnclaimedRecoveredState() {
 
 void MplsRouteAndMediatedAdjSm::reviewL3Adj(L3AdjIndex index, L3Adjacency* adjacency) {
   PELLET_TRACE(trace_, kTraceAdj, "review l3 adj {}", index);
-  Mpls::LfibViaSet viaSet = transitLfib()->viaSet(adjacency->viaSetKey());
+  Mpls::LfibViaSet viaSet = lfibViaSet(adjacency->viaSetKey());
   // An absent via set reads as the empty record, which has lost its key.
   if (!viaSet) viaSet = Mpls::LfibViaSet(adjacency->viaSetKey());
   bool sane = false;
@@ -619,7 +619,7 @@ bool MplsRouteAndMediatedAdjSm::validateAndMaybeUpdateBackupAdjInfo(const Mpls::
                  index, backupKey.index);
     return false;
   }
-  Mpls::LfibViaSet backupViaSet = transitLfib()->viaSet(backupKey);
+  Mpls::LfibViaSet backupViaSet = lfibViaSet(backupKey);
   if (!backupViaSet) {
     PELLET_TRACE(trace_, kTraceAdj, "LFib via set {} with backup viaSet idx {} missing from lfib",
                  index, backupKey.index);

@@ -205,6 +205,10 @@ static_assert(MplsHwL2AdjacencyConfig::kMaxSerializedSize == 5648);
 
 namespace Qel {
 
+// Defined with its names by the core's working state (QelMplsState.h); only
+// its width is needed here, and the hardware types stay free of the core.
+enum class UnprogrammedReason : uint8_t;
+
 // A route in the state-database form of the hardware configuration.
 struct MplsHwRoute {
   Mpls::RouteKey routeKey;
@@ -217,11 +221,12 @@ struct MplsHwRoute {
 struct McastHwId {
   bool valid = false;
   uint32_t value = 0;
-  static McastHwId invalid() { return McastHwId(); }
+  static const McastHwId invalid;
   std::string stringValue() const;
   friend bool operator==(const McastHwId&, const McastHwId&) = default;
   friend auto operator<=>(const McastHwId&, const McastHwId&) = default;
 };
+inline constexpr McastHwId McastHwId::invalid{};
 
 // The state-database hardware configuration, used when routes are handed to
 // the platform through entities rather than shared memory.
@@ -242,7 +247,7 @@ class MplsHwStatus : public Kiv::Entity {
   KIV_COLL(Kiv::Ptr<Mpls::Hardware::L2Adjacency>, bool, unprogrammedAdjacency,
            UnprogrammedAdjacency)
   KIV_COLL(Mpls::RouteKey, bool, unprogrammedRoute, UnprogrammedRoute)
-  KIV_ATTR(uint8_t, unprogrammedReason, UnprogrammedReason, 0)
+  KIV_ATTR(UnprogrammedReason, unprogrammedReason, UnprogrammedReason, UnprogrammedReason{})
   KIV_ATTR(bool, mplsRouting, MplsRouting, false)
   KIV_ATTR(uint32_t, maxEcmpSize, MaxEcmpSize, 128)
   KIV_ATTR(bool, lfibCountersSupported, LfibCountersSupported, false)

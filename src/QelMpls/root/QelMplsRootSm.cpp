@@ -60,6 +60,18 @@ void ensureReader(Vosh::EntityManager& em, const char* path, Vosh::MountType typ
   if (!em.mounted(path)) em.mountReader(path, type);
 }
 
+// An entity of another type at a path is taken as absent: its setter gets an
+// empty pointer and the state machines wait for a platform to set the input.
+template <class T>
+Kiv::Ptr<T> voshEntity(Vosh::EntityManager& em, const char* path, Pellet::Facility& trace) {
+  try {
+    return Kiv::make<T>(em, path);
+  } catch (const Vosh::MountError& e) {
+    PELLET_TRACE(trace, kTraceRoot, "{} holds another type: {}", path, e.what());
+    return {};
+  }
+}
+
 template <class T>
 void registerKorbaType(Korba::EntityManager& em) {
   em.registerType(T::kTypeName, [](const std::string& path) -> Kiv::Ptr<Kiv::Entity> {
@@ -90,7 +102,7 @@ void MplsRootSmMounter::doMountsComplete(Korba::MountStatus mountStatus,
 class MplsRootSm::KivMplsProgrammingModeConfig : public Kiv::Reactor {
  public:
   KivMplsProgrammingModeConfig(MplsRootSm* root, const MplsProgrammingModeConfig* config) {
-    on(config->onAdjacencyProgrammer, [root] { root->handleAdjacencyType(); });
+    if (config) on(config->onAdjacencyProgrammer, [root] { root->handleAdjacencyType(); });
   }
 };
 
@@ -99,8 +111,7 @@ MplsRootSm::MplsRootSm(Kiv::Ptr<const MplsProgrammingModeConfig> mplsProgramming
                        Kiv::Ptr<Korba::EntityManager> entityManager,
                        Kiv::Ptr<Plin::AttrLogSm> attrLogSm, Plin::TaskScheduler* taskScheduler,
                        Kiv::Ptr<const Mpls::LocalLfibInfo> localLfibInfo,
-                       Kiv::Ptr<MplsHwConfig> mplsHwConfig, Kiv::Ptr<MplsHwStatus> mplsHwStatus,
-                       Kiv::Ptr<Vosh::EntityManager> voshEntityManager)
+                       Kiv::Ptr<MplsHwConfig> mplsHwConfig, Kiv::Ptr<MplsHwStatus> mplsHwStatus)
     : Kiv::Entity("mplsRootSm"),
       mplsProgrammingModeConfig_(std::move(mplsProgrammingModeConfig)),
       mplsSmHelper_(std::move(mplsSmHelper)),
@@ -110,7 +121,6 @@ MplsRootSm::MplsRootSm(Kiv::Ptr<const MplsProgrammingModeConfig> mplsProgramming
       localLfibInfo_(std::move(localLfibInfo)),
       mplsHwConfig_(std::move(mplsHwConfig)),
       mplsHwStatus_(std::move(mplsHwStatus)),
-      voshEntityManager_(std::move(voshEntityManager)),
       trace_(initializeQelMplsPelletHandle(), "QelMplsRootSm") {
   kivMplsProgrammingModeConfig_ =
       std::make_unique<KivMplsProgrammingModeConfig>(this, mplsProgrammingModeConfig_.get());
@@ -119,7 +129,7 @@ MplsRootSm::MplsRootSm(Kiv::Ptr<const MplsProgrammingModeConfig> mplsProgramming
 MplsRootSm::~MplsRootSm() {
   // The mount group may complete after the root is gone; it must not call back.
   kivMplsProgrammingModeConfig_.reset();
-  if (mounter_) mounter_->rootDel();
+  mounterDel();
   deleteSm();
 }
 
@@ -128,8 +138,47 @@ void MplsRootSm::handleInitialized() {
   handleAdjacencyType();
 }
 
+void MplsRootSm::mplsProgrammingModeConfigIs(
+    Kiv::Ptr<const MplsProgrammingModeConfig> config) {
+  kivMplsProgrammingModeConfig_.reset();
+  mplsProgrammingModeConfig_ = std::move(config);
+  kivMplsProgrammingModeConfig_ =
+      std::make_unique<KivMplsProgrammingModeConfig>(this, mplsProgrammingModeConfig_.get());
+  handleAdjacencyType();
+}
+
+void MplsRootSm::taskSchedulerIs(Plin::TaskScheduler* scheduler) {
+  taskScheduler_ = scheduler;
+  inputChanged();
+}
+
+void MplsRootSm::mounterIs(MplsRootSm* root) {
+  mounterDel();
+  mounter_ = Kiv::make<MplsRootSmMounter>(root);
+}
+
+void MplsRootSm::mounterDel() {
+  if (mounter_) mounter_->rootDel();
+  mounter_ = nullptr;
+}
+
+bool MplsRootSm::programmerConfigured() const {
+  return mplsProgrammingModeConfig_ && mplsProgrammingModeConfig_->adjacencyProgrammer() !=
+                                           MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone;
+}
+
+void MplsRootSm::inputChanged() {
+  // Before the mounts complete the mounting sequence itself sets the inputs
+  // and builds the state machines once, after the last one.
+  if (!mounted_ || !programmerConfigured()) return;
+  deleteSm();
+  createSm();
+}
+
 void MplsRootSm::handleAdjacencyType() {
-  MplsSmAdjacencyProgrammer configured = mplsProgrammingModeConfig_->adjacencyProgrammer();
+  MplsSmAdjacencyProgrammer configured =
+      mplsProgrammingModeConfig_ ? mplsProgrammingModeConfig_->adjacencyProgrammer()
+                                 : MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone;
   PELLET_TRACE(trace_, kTraceRoot, "adjacency type is {}", configured);
   if (configured == MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone) {
     deleteSm();
@@ -151,7 +200,8 @@ void MplsRootSm::handleAdjacencyType() {
 void MplsRootSm::startMounting() {
   PELLET_TRACE(trace_, kTraceRoot, "startMounting");
   mounting_ = true;
-  mounter_ = Kiv::make<MplsRootSmMounter>(this);
+  mounted_ = false;
+  mounterIs(this);
   Kiv::Ptr<Korba::MountGroup> group = entityManager_->mountGroup(mounter_);
   mountKorbaCommon(*group);
   if (adjacencyType_ == MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated) {
@@ -179,83 +229,90 @@ void MplsRootSm::mountsComplete() {
     getKorbaEntitiesMediated();
     mountVoshMediated();
   }
-  createSm();
+  mounted_ = true;
+  if (programmerConfigured()) createSm();
 }
 
 void MplsRootSm::createLocalEntities() {
-  inputStatusSummary_ = mplsSmInputSummaryFactory();
-  mcastGroupProgConfig_ = Kiv::make<McastGroupProgConfig>("mcastGroupProgConfig");
-  mcastHwStatus_ = Kiv::make<McastHwStatus>("qelMcastHwStatus");
+  inputStatusSummaryIs(mplsSmInputSummaryFactory());
+  mcastGroupProgConfigIs(Kiv::make<McastGroupProgConfig>("mcastGroupProgConfig"));
+  mcastHwStatusIs(Kiv::make<McastHwStatus>("qelMcastHwStatus"));
 }
 
 void MplsRootSm::getKorbaEntitiesCommon() {
   const Korba::EntityManager& em = *entityManager_;
-  hwSingletonConfig_ = mountedEntity<MplsHwSingletonConfig>(em, kKorbaCommon[0]);
-  hwSingletonStatus_ = mountedEntity<MplsHwSingletonStatus>(em, kKorbaCommon[1]);
-  lfibInfo_ = mountedEntity<Mpls::LfibInfo>(em, kKorbaCommon[2]);
-  mplsRoutingInfo_ = mountedEntity<Mpls::RoutingInfo>(em, kKorbaCommon[3]);
-  routingHwMplsStatus_ = mountedEntity<Mpls::Hardware::Status>(em, kKorbaCommon[4]);
-  l3IntfTable_ = mountedEntity<QelL3Intf::Table>(em, kKorbaCommon[5]);
-  routingHwRouteStatus_ = mountedEntity<Routing::Hardware::RouteStatus>(em, kKorbaCommon[6]);
+  mplsHwSingletonConfigIs(mountedEntity<MplsHwSingletonConfig>(em, kKorbaCommon[0]));
+  mplsHwSingletonStatusIs(mountedEntity<MplsHwSingletonStatus>(em, kKorbaCommon[1]));
+  lfibInfoIs(mountedEntity<Mpls::LfibInfo>(em, kKorbaCommon[2]));
+  mplsRoutingInfoIs(mountedEntity<Mpls::RoutingInfo>(em, kKorbaCommon[3]));
+  routingHwMplsStatusIs(mountedEntity<Mpls::Hardware::Status>(em, kKorbaCommon[4]));
+  l3IntfTableIs(mountedEntity<QelL3Intf::Table>(em, kKorbaCommon[5]));
+  routingHwRouteStatusIs(mountedEntity<Routing::Hardware::RouteStatus>(em, kKorbaCommon[6]));
 }
 
 void MplsRootSm::getKorbaEntitiesMediated() {
   const Korba::EntityManager& em = *entityManager_;
-  l3AdjSyncStatusExt_ = mountedEntity<QelL3AdjSyncStatusExternal>(em, kKorbaMediated[0]);
-  mcastConfig_ = mountedEntity<Multicast::Group::Config>(em, kKorbaMediated[1]);
-  mcastStatus_ = mountedEntity<Multicast::Group::Status>(em, kKorbaMediated[2]);
+  l3AdjSyncStatusExtIs(mountedEntity<QelL3AdjSyncStatusExternal>(em, kKorbaMediated[0]));
+  mcastConfigIs(mountedEntity<Multicast::Group::Config>(em, kKorbaMediated[1]));
+  mcastStatusIs(mountedEntity<Multicast::Group::Status>(em, kKorbaMediated[2]));
 }
 
 void MplsRootSm::mountVoshCommon() {
+  Vosh::EntityManager* agentEm = Vosh::EntityManager::agentEntityManager();
+  KIV_ASSERT_TEXT(agentEm, "Vosh::EntityManager::agentEntityManager()");
+  voshEntityManager_ = agentEm;
   Vosh::EntityManager& em = *voshEntityManager_;
   ensureReader(em, kTransitLfibPath, Vosh::mountTypeSharedReader);
-  transitLfib_ = Kiv::make<Mpls::LfibStatus>(em, kTransitLfibPath);
+  transitLfibIs(voshEntity<Mpls::LfibStatus>(em, kTransitLfibPath, trace_));
 
   ensureWriter(em, kLfibHwStatusPath, Mpls::LfibHwStatus::collections());
-  lfibHwStatus_ = Kiv::make<Mpls::LfibHwStatus>(em, kLfibHwStatusPath);
+  lfibHwStatusIs(voshEntity<Mpls::LfibHwStatus>(em, kLfibHwStatusPath, trace_));
 
   ensureReader(em, kArpStatusPath, Vosh::mountTypeReader);
-  arpVosh_ = Kiv::make<Arp::Table::Status>(em, kArpStatusPath);
+  arpVoshIs(voshEntity<Arp::Table::Status>(em, kArpStatusPath, trace_));
 
   ensureWriter(em, kProactiveArpPath, Arp::ProactiveArp::ClientConfig::collections());
-  proactiveArpNexthop_ = Kiv::make<Arp::ProactiveArp::ClientConfig>(em, kProactiveArpPath);
+  proactiveArpNexthopIs(voshEntity<Arp::ProactiveArp::ClientConfig>(em, kProactiveArpPath, trace_));
   proactiveArpNhSmIs(proactiveArpNexthop_);
 
   ensureReader(em, kBridgingStatusPath, Vosh::mountTypeSharedReader);
-  bridgingStatus_ = Kiv::make<Vosh::Bridging::Status>(em, kBridgingStatusPath);
+  bridgingStatusIs(voshEntity<Vosh::Bridging::Status>(em, kBridgingStatusPath, trace_));
 
   ensureWriter(em, kHwRouteConfigPath, Vosh::Qel::MplsHwCollectionConfig::collections());
-  mplsHwCollectionConfig_ = Kiv::make<Vosh::Qel::MplsHwCollectionConfig>(em, kHwRouteConfigPath);
+  mplsHwCollectionConfigIs(
+      voshEntity<Vosh::Qel::MplsHwCollectionConfig>(em, kHwRouteConfigPath, trace_));
 
   if (qelL3AgentMpls()) {
     ensureReader(em, kHwRouteStatusPath, Vosh::mountTypeSharedReader);
   } else {
     ensureWriter(em, kHwRouteStatusPath, Vosh::Qel::MplsHwCollectionStatus::collections());
   }
-  mplsHwCollectionStatus_ = Kiv::make<Vosh::Qel::MplsHwCollectionStatus>(em, kHwRouteStatusPath);
+  mplsHwCollectionStatusIs(
+      voshEntity<Vosh::Qel::MplsHwCollectionStatus>(em, kHwRouteStatusPath, trace_));
 
   ensureWriter(em, kUnicastFecReqPath, FecIdToHwFecIdRequest::collections());
-  hwFecIdRequest_ = Kiv::make<FecIdToHwFecIdRequest>(em, kUnicastFecReqPath);
+  hwFecIdRequestIs(voshEntity<FecIdToHwFecIdRequest>(em, kUnicastFecReqPath, trace_));
 }
 
 void MplsRootSm::mountVoshMediated() {
   Vosh::EntityManager& em = *voshEntityManager_;
-  auto mountResponse = [&em](const char* path) {
+  auto mountResponse = [this, &em](const char* path) {
     if (qelL3AgentMpls()) {
       ensureReader(em, path, Vosh::mountTypeSharedReader);
     } else {
       ensureWriter(em, path, FecIdToHwFecIdResponse::collections());
     }
-    return Kiv::make<FecIdToHwFecIdResponse>(em, path);
+    return voshEntity<FecIdToHwFecIdResponse>(em, path, trace_);
   };
-  hwFecIdResponse_ = mountResponse(kUnicastFecRespPath);
+  hwFecIdResponseIs(mountResponse(kUnicastFecRespPath));
   ensureWriter(em, kMulticastFecReqPath, FecIdToHwFecIdRequest::collections());
-  mplsMulticastFecRequest_ = Kiv::make<FecIdToHwFecIdRequest>(em, kMulticastFecReqPath);
-  mplsMulticastFecResponse_ = mountResponse(kMulticastFecRespPath);
+  mplsMulticastFecRequestIs(voshEntity<FecIdToHwFecIdRequest>(em, kMulticastFecReqPath, trace_));
+  mplsMulticastFecResponseIs(mountResponse(kMulticastFecRespPath));
 }
 
 void MplsRootSm::proactiveArpNhSmIs(Kiv::Ptr<Arp::ProactiveArp::ClientConfig> clientConfig) {
-  proactiveArpNhSm_ = ProactiveArpNexthopSmIs(std::move(clientConfig));
+  proactiveArpNhSmIs(clientConfig ? ProactiveArpNexthopSmIs(std::move(clientConfig))
+                                  : Kiv::Ptr<ProactiveArpNexthopSm>());
 }
 
 void MplsRootSm::mplsSmInputStatusSmIs(Kiv::Ptr<const MplsHwSingletonStatus> mplsHwSingletonStatus,
@@ -271,8 +328,13 @@ void MplsRootSm::createSm() {
   KIV_ASSERT_TEXT(adjacencyType_ == MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated ||
                       adjacencyType_ == MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect,
                   "adjType == mplsSmAdjacencyMediated() || adjType == mplsSmAdjacencyDirect()");
+  if (const char* missing = missingInput()) {
+    PELLET_TRACE(trace_, kTraceRoot, "Sms wait for input {}", missing);
+    return;
+  }
   PELLET_TRACE(trace_, kTraceRoot, "Create Sms for adj type {}", adjacencyType_);
-  mplsSmInputStatusSmIs(hwSingletonStatus_, localLfibInfo_, inputStatusSummary_, mplsRoutingInfo_);
+  mplsSmInputStatusSmIs(mplsHwSingletonStatus_, localLfibInfo_, inputStatusSummary_,
+                        mplsRoutingInfo_);
   MplsBaseSm::Inputs inputs = coreInputs();
   if (adjacencyType_ == MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated) {
     MplsRouteAndMediatedAdjSm::MediatedInputs mediated;
@@ -287,10 +349,52 @@ void MplsRootSm::createSm() {
   mplsSmIs(mplsRouteAndDirectAdjSmFactory(inputs));
 }
 
+const char* MplsRootSm::missingInput() const {
+  const std::pair<bool, const char*> common[] = {
+      {bool(mplsSmHelper_), "mplsSmHelper"},
+      {taskScheduler_ != nullptr, "taskScheduler"},
+      {bool(localLfibInfo_), "localLfibInfo"},
+      {bool(mplsHwConfig_), "mplsHwConfig"},
+      {bool(mplsHwStatus_), "mplsHwStatus"},
+      {bool(mplsHwSingletonConfig_), "mplsHwSingletonConfig"},
+      {bool(mplsHwSingletonStatus_), "mplsHwSingletonStatus"},
+      {bool(lfibInfo_), "lfibInfo"},
+      {bool(mplsRoutingInfo_), "mplsRoutingInfo"},
+      {bool(routingHwMplsStatus_), "routingHwMplsStatus"},
+      {bool(l3IntfTable_), "l3IntfTable"},
+      {bool(routingHwRouteStatus_), "routingHwRouteStatus"},
+      {bool(transitLfib_), "transitLfib"},
+      {bool(lfibHwStatus_), "lfibHwStatus"},
+      {bool(arpVosh_), "arpVosh"},
+      {bool(proactiveArpNhSm_), "proactiveArpNhSm"},
+      {bool(bridgingStatus_), "bridgingStatus"},
+      {bool(mplsHwCollectionConfig_), "mplsHwCollectionConfig"},
+      {bool(mplsHwCollectionStatus_), "mplsHwCollectionStatus"},
+      {bool(hwFecIdRequest_), "hwFecIdRequest"},
+      {bool(inputStatusSummary_), "inputStatusSummary"},
+  };
+  const std::pair<bool, const char*> mediated[] = {
+      {bool(l3AdjSyncStatusExt_), "l3AdjSyncStatusExt"},
+      {bool(hwFecIdResponse_), "hwFecIdResponse"},
+      {bool(mplsMulticastFecRequest_), "mplsMulticastFecRequest"},
+      {bool(mplsMulticastFecResponse_), "mplsMulticastFecResponse"},
+      {bool(mcastGroupProgConfig_), "mcastGroupProgConfig"},
+      {bool(mcastHwStatus_), "mcastHwStatus"},
+  };
+  for (const auto& [set, name] : common) {
+    if (!set) return name;
+  }
+  if (adjacencyType_ != MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediated) return nullptr;
+  for (const auto& [set, name] : mediated) {
+    if (!set) return name;
+  }
+  return nullptr;
+}
+
 MplsBaseSm::Inputs MplsRootSm::coreInputs() const {
   MplsBaseSm::Inputs inputs;
-  inputs.mplsHwSingletonConfig = hwSingletonConfig_;
-  inputs.mplsHwSingletonStatus = hwSingletonStatus_;
+  inputs.mplsHwSingletonConfig = mplsHwSingletonConfig_;
+  inputs.mplsHwSingletonStatus = mplsHwSingletonStatus_;
   inputs.mplsHwCollectionConfig = mplsHwCollectionConfig_;
   inputs.mplsHwCollectionStatus = mplsHwCollectionStatus_;
   inputs.lfibInfo = lfibInfo_;
@@ -313,12 +417,13 @@ MplsBaseSm::Inputs MplsRootSm::coreInputs() const {
   inputs.attrLogSm = attrLogSm_;
   inputs.clock = taskScheduler_->clock();
   inputs.taskScheduler = taskScheduler_;
+  inputs.lfibStatus = lfibStatus_;
   return inputs;
 }
 
 void MplsRootSm::deleteSm() {
   PELLET_TRACE(trace_, kTraceRoot, "deleteSm");
-  mplsSmIs(nullptr);
+  mplsSmDel();
   mplsSmInputStatusSmDel();
 }
 
@@ -327,11 +432,11 @@ Kiv::Ptr<MplsRootSm> mplsRootSmFactory(
     Kiv::Ptr<QelHelper::MplsSmHelper> mplsSmHelper, Kiv::Ptr<Korba::EntityManager> entityManager,
     Kiv::Ptr<Plin::AttrLogSm> attrLogSm, Plin::TaskScheduler* taskScheduler,
     Kiv::Ptr<const Mpls::LocalLfibInfo> localLfibInfo, Kiv::Ptr<MplsHwConfig> mplsHwConfig,
-    Kiv::Ptr<MplsHwStatus> mplsHwStatus, Kiv::Ptr<Vosh::EntityManager> voshEntityManager) {
-  auto root = Kiv::make<MplsRootSm>(
-      std::move(mplsProgrammingModeConfig), std::move(mplsSmHelper), std::move(entityManager),
-      std::move(attrLogSm), taskScheduler, std::move(localLfibInfo), std::move(mplsHwConfig),
-      std::move(mplsHwStatus), std::move(voshEntityManager));
+    Kiv::Ptr<MplsHwStatus> mplsHwStatus) {
+  auto root = Kiv::make<MplsRootSm>(std::move(mplsProgrammingModeConfig), std::move(mplsSmHelper),
+                                    std::move(entityManager), std::move(attrLogSm), taskScheduler,
+                                    std::move(localLfibInfo), std::move(mplsHwConfig),
+                                    std::move(mplsHwStatus));
   root->handleInitialized();
   return root;
 }

@@ -1,12 +1,14 @@
 #pragma once
 
 // The agent's entry point into the library. The agent creates the root once
-// (mplsRootSmFactory) with its entity managers, scheduler, helper and two
-// hardware singletons. Nothing is mounted until the programming-mode
-// configuration names an adjacency programmer; then the root mounts its
-// state-database paths, and once that mount group completes, creates its
-// local entities, mounts its shared-memory tables and builds the state
-// machines of the mode. The mode is committed once: a change to another
+// (mplsRootSmFactory) with its state-database entity manager, scheduler,
+// helper and two hardware singletons; the shared-memory tables are mounted
+// through the agent's shared-memory entity manager, which the agent names
+// (Vosh::EntityManager::agentEntityManagerIs) before the mounts complete.
+// Nothing is mounted until the programming-mode configuration names an
+// adjacency programmer; then the root mounts its state-database paths, and
+// once that mount group completes, creates its local entities, mounts its
+// shared-memory tables and builds the state machines of the mode. The mode is committed once: a change to another
 // programmer is refused, a return to none tears the state machines down
 // (core first, input status last) and keeps every mounted entity, which is
 // what the next start recovers from.
@@ -75,8 +77,7 @@ class MplsRootSm : public Kiv::Entity {
              Kiv::Ptr<QelHelper::MplsSmHelper> mplsSmHelper,
              Kiv::Ptr<Korba::EntityManager> entityManager, Kiv::Ptr<Plin::AttrLogSm> attrLogSm,
              Plin::TaskScheduler* taskScheduler, Kiv::Ptr<const Mpls::LocalLfibInfo> localLfibInfo,
-             Kiv::Ptr<MplsHwConfig> mplsHwConfig, Kiv::Ptr<MplsHwStatus> mplsHwStatus,
-             Kiv::Ptr<Vosh::EntityManager> voshEntityManager);
+             Kiv::Ptr<MplsHwConfig> mplsHwConfig, Kiv::Ptr<MplsHwStatus> mplsHwStatus);
   ~MplsRootSm() override;
 
   void handleInitialized();
@@ -90,46 +91,81 @@ class MplsRootSm : public Kiv::Entity {
   void getKorbaEntitiesMediated();
   void mountVoshCommon();
   void mountVoshMediated();
+  // Builds the state machines of the committed mode once every input they
+  // read is set; until then it traces the first one missing and waits.
   void createSm();
-  // The 24 inputs every core state machine takes.
+  // The 24 inputs every core state machine takes, and the optional second LFIB.
   MplsBaseSm::Inputs coreInputs() const;
   void deleteSm();
 
   MplsSmAdjacencyProgrammer adjacencyType() const { return adjacencyType_; }
   bool adjacencyTypeCommitted() const { return adjacencyTypeCommitted_; }
+  // The first input the committed mode needs that is not set, or null.
+  const char* missingInput() const;
 
-  // Mounted and local entities.
-  const Kiv::Ptr<MplsHwSingletonConfig>& mplsHwSingletonConfig() const { return hwSingletonConfig_; }
-  const Kiv::Ptr<MplsHwSingletonStatus>& mplsHwSingletonStatus() const { return hwSingletonStatus_; }
-  const Kiv::Ptr<Mpls::LfibInfo>& lfibInfo() const { return lfibInfo_; }
-  const Kiv::Ptr<Mpls::RoutingInfo>& mplsRoutingInfo() const { return mplsRoutingInfo_; }
-  const Kiv::Ptr<Mpls::Hardware::Status>& routingHwMplsStatus() const { return routingHwMplsStatus_; }
-  const Kiv::Ptr<QelL3Intf::Table>& l3IntfTable() const { return l3IntfTable_; }
-  const Kiv::Ptr<Routing::Hardware::RouteStatus>& routingHwRouteStatus() const {
-    return routingHwRouteStatus_;
+  // Every pointer attribute has a setter and a clearer. A platform may set
+  // and clear inputs one at a time after construction: once the mounts are
+  // complete, each change rebuilds the state machines over the inputs as they
+  // now are (a cleared input leaves them torn down until it is set again),
+  // and the new core recovers from the hardware tables as after a restart.
+  const Kiv::Ptr<const MplsProgrammingModeConfig>& mplsProgrammingModeConfig() const {
+    return mplsProgrammingModeConfig_;
   }
-  const Kiv::Ptr<QelL3AdjSyncStatusExternal>& l3AdjSyncStatusExt() const { return l3AdjSyncStatusExt_; }
-  const Kiv::Ptr<Mpls::LfibStatus>& transitLfib() const { return transitLfib_; }
-  const Kiv::Ptr<Mpls::LfibHwStatus>& lfibHwStatus() const { return lfibHwStatus_; }
-  const Kiv::Ptr<Arp::Table::Status>& arpVosh() const { return arpVosh_; }
-  const Kiv::Ptr<Arp::ProactiveArp::ClientConfig>& proactiveArpNexthop() const {
-    return proactiveArpNexthop_;
-  }
-  const Kiv::Ptr<Vosh::Bridging::Status>& bridgingStatus() const { return bridgingStatus_; }
-  const Kiv::Ptr<Vosh::Qel::MplsHwCollectionConfig>& mplsHwCollectionConfig() const {
-    return mplsHwCollectionConfig_;
-  }
-  const Kiv::Ptr<Vosh::Qel::MplsHwCollectionStatus>& mplsHwCollectionStatus() const {
-    return mplsHwCollectionStatus_;
-  }
-  const Kiv::Ptr<FecIdToHwFecIdRequest>& hwFecIdRequest() const { return hwFecIdRequest_; }
-  const Kiv::Ptr<MplsSmInputSummary>& inputStatusSummary() const { return inputStatusSummary_; }
-  const Kiv::Ptr<McastHwStatus>& mcastHwStatus() const { return mcastHwStatus_; }
-  const Kiv::Ptr<ProactiveArpNexthopSm>& proactiveArpNhSm() const { return proactiveArpNhSm_; }
+  void mplsProgrammingModeConfigIs(Kiv::Ptr<const MplsProgrammingModeConfig> config);
+  void mplsProgrammingModeConfigDel() { mplsProgrammingModeConfigIs(nullptr); }
+  const Kiv::Ptr<Korba::EntityManager>& entityManager() const { return entityManager_; }
+  void entityManagerIs(Kiv::Ptr<Korba::EntityManager> em) { entityManager_ = std::move(em); }
+  void entityManagerDel() { entityManager_ = nullptr; }
+  Plin::TaskScheduler* taskScheduler() const { return taskScheduler_; }
+  void taskSchedulerIs(Plin::TaskScheduler* scheduler);
+  void taskSchedulerDel() { taskSchedulerIs(nullptr); }
+  const Kiv::Ptr<MplsRootSmMounter>& mounter() const { return mounter_; }
+  void mounterIs(MplsRootSm* root);
+  void mounterDel();
+
+#define QEL_ROOT_INPUT(Type, name)                                              \
+  const Kiv::Ptr<Type>& name() const { return name##_; }                        \
+  void name##Is(Kiv::Ptr<Type> value) { inputIs(name##_, std::move(value)); } \
+  void name##Del() { inputIs(name##_, Kiv::Ptr<Type>()); }
+  QEL_ROOT_INPUT(QelHelper::MplsSmHelper, mplsSmHelper)
+  QEL_ROOT_INPUT(Plin::AttrLogSm, attrLogSm)
+  QEL_ROOT_INPUT(const Mpls::LocalLfibInfo, localLfibInfo)
+  QEL_ROOT_INPUT(MplsHwConfig, mplsHwConfig)
+  QEL_ROOT_INPUT(MplsHwStatus, mplsHwStatus)
+  QEL_ROOT_INPUT(MplsHwSingletonConfig, mplsHwSingletonConfig)
+  QEL_ROOT_INPUT(MplsHwSingletonStatus, mplsHwSingletonStatus)
+  QEL_ROOT_INPUT(Mpls::LfibInfo, lfibInfo)
+  QEL_ROOT_INPUT(Mpls::RoutingInfo, mplsRoutingInfo)
+  QEL_ROOT_INPUT(Mpls::Hardware::Status, routingHwMplsStatus)
+  QEL_ROOT_INPUT(QelL3Intf::Table, l3IntfTable)
+  QEL_ROOT_INPUT(Routing::Hardware::RouteStatus, routingHwRouteStatus)
+  QEL_ROOT_INPUT(QelL3AdjSyncStatusExternal, l3AdjSyncStatusExt)
+  QEL_ROOT_INPUT(Multicast::Group::Config, mcastConfig)
+  QEL_ROOT_INPUT(Multicast::Group::Status, mcastStatus)
+  QEL_ROOT_INPUT(Mpls::LfibStatus, transitLfib)
+  QEL_ROOT_INPUT(Mpls::LfibHwStatus, lfibHwStatus)
+  QEL_ROOT_INPUT(Arp::Table::Status, arpVosh)
+  QEL_ROOT_INPUT(Arp::ProactiveArp::ClientConfig, proactiveArpNexthop)
+  QEL_ROOT_INPUT(Vosh::Bridging::Status, bridgingStatus)
+  QEL_ROOT_INPUT(Vosh::Qel::MplsHwCollectionConfig, mplsHwCollectionConfig)
+  QEL_ROOT_INPUT(Vosh::Qel::MplsHwCollectionStatus, mplsHwCollectionStatus)
+  QEL_ROOT_INPUT(FecIdToHwFecIdRequest, hwFecIdRequest)
+  QEL_ROOT_INPUT(FecIdToHwFecIdResponse, hwFecIdResponse)
+  QEL_ROOT_INPUT(FecIdToHwFecIdRequest, mplsMulticastFecRequest)
+  QEL_ROOT_INPUT(FecIdToHwFecIdResponse, mplsMulticastFecResponse)
+  QEL_ROOT_INPUT(MplsSmInputSummary, inputStatusSummary)
+  QEL_ROOT_INPUT(McastGroupProgConfig, mcastGroupProgConfig)
+  QEL_ROOT_INPUT(McastHwStatus, mcastHwStatus)
+  QEL_ROOT_INPUT(ProactiveArpNexthopSm, proactiveArpNhSm)
+  // Optional: a second LFIB whose via sets the core reads when the transit
+  // LFIB lacks one. Nothing mounts it; a platform that has one sets it.
+  QEL_ROOT_INPUT(const Mpls::LfibStatus, lfibStatus)
+#undef QEL_ROOT_INPUT
+
   const Kiv::Ptr<MplsBaseSm>& mplsSm() const { return mplsSm_; }
-  const Kiv::Ptr<MplsSmInputStatusSm>& mplsSmInputStatusSm() const { return mplsSmInputStatusSm_; }
-
   void mplsSmIs(Kiv::Ptr<MplsBaseSm> sm) { mplsSm_ = std::move(sm); }
+  void mplsSmDel() { mplsSm_ = nullptr; }
+  const Kiv::Ptr<MplsSmInputStatusSm>& mplsSmInputStatusSm() const { return mplsSmInputStatusSm_; }
   void mplsSmInputStatusSmIs(Kiv::Ptr<const MplsHwSingletonStatus> mplsHwSingletonStatus,
                              Kiv::Ptr<const Mpls::LocalLfibInfo> localLfibInfo,
                              Kiv::Ptr<MplsSmInputSummary> inputStatusSummary,
@@ -153,6 +189,14 @@ class MplsRootSm : public Kiv::Entity {
  private:
   class KivMplsProgrammingModeConfig;
 
+  template <class T>
+  void inputIs(Kiv::Ptr<T>& attribute, Kiv::Ptr<T> value) {
+    attribute = std::move(value);
+    inputChanged();
+  }
+  void inputChanged();
+  bool programmerConfigured() const;
+
   Kiv::Ptr<const MplsProgrammingModeConfig> mplsProgrammingModeConfig_;
   Kiv::Ptr<QelHelper::MplsSmHelper> mplsSmHelper_;
   Kiv::Ptr<Korba::EntityManager> entityManager_;
@@ -161,14 +205,16 @@ class MplsRootSm : public Kiv::Entity {
   Kiv::Ptr<const Mpls::LocalLfibInfo> localLfibInfo_;
   Kiv::Ptr<MplsHwConfig> mplsHwConfig_;
   Kiv::Ptr<MplsHwStatus> mplsHwStatus_;
+  // The agent's shared-memory entity manager, taken when the mounts complete.
   Kiv::Ptr<Vosh::EntityManager> voshEntityManager_;
   MplsSmAdjacencyProgrammer adjacencyType_ = MplsSmAdjacencyProgrammer::mplsSmAdjacencyNone;
   bool adjacencyTypeCommitted_ = false;
   bool mounting_ = false;
+  bool mounted_ = false;
   Kiv::Ptr<MplsRootSmMounter> mounter_;
 
-  Kiv::Ptr<MplsHwSingletonConfig> hwSingletonConfig_;
-  Kiv::Ptr<MplsHwSingletonStatus> hwSingletonStatus_;
+  Kiv::Ptr<MplsHwSingletonConfig> mplsHwSingletonConfig_;
+  Kiv::Ptr<MplsHwSingletonStatus> mplsHwSingletonStatus_;
   Kiv::Ptr<Mpls::LfibInfo> lfibInfo_;
   Kiv::Ptr<Mpls::RoutingInfo> mplsRoutingInfo_;
   Kiv::Ptr<Mpls::Hardware::Status> routingHwMplsStatus_;
@@ -194,6 +240,7 @@ class MplsRootSm : public Kiv::Entity {
   Kiv::Ptr<ProactiveArpNexthopSm> proactiveArpNhSm_;
   Kiv::Ptr<MplsSmInputStatusSm> mplsSmInputStatusSm_;
   Kiv::Ptr<MplsBaseSm> mplsSm_;
+  Kiv::Ptr<const Mpls::LfibStatus> lfibStatus_;
   Pellet::Facility trace_;
   std::unique_ptr<KivMplsProgrammingModeConfig> kivMplsProgrammingModeConfig_;
 };
@@ -203,6 +250,6 @@ Kiv::Ptr<MplsRootSm> mplsRootSmFactory(
     Kiv::Ptr<QelHelper::MplsSmHelper> mplsSmHelper, Kiv::Ptr<Korba::EntityManager> entityManager,
     Kiv::Ptr<Plin::AttrLogSm> attrLogSm, Plin::TaskScheduler* taskScheduler,
     Kiv::Ptr<const Mpls::LocalLfibInfo> localLfibInfo, Kiv::Ptr<MplsHwConfig> mplsHwConfig,
-    Kiv::Ptr<MplsHwStatus> mplsHwStatus, Kiv::Ptr<Vosh::EntityManager> voshEntityManager);
+    Kiv::Ptr<MplsHwStatus> mplsHwStatus);
 
 }  // namespace Qel
