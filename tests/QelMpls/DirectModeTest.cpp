@@ -5,39 +5,17 @@
 namespace QelTest {
 namespace {
 
-using Mpls::Hardware::RouteState;
+using DirectMode = SwitchFixture;
 
-// Route 100 over one resolved via, handed to the platform through the
-// shared-memory tables or, in the legacy form, through the state-database
-// hardware configuration.
-class DirectMode : public SwitchFixture {
- protected:
-  void programRoute100(bool kivModels) {
-    featureToggleIs("QelMpls.json", "QelMplsAgentKivModels", kivModels);
-    interfaceIs("Ethernet1", 1006);
-    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
-    startAgent();
-    mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-    routeIs(100, 1);
-    settle();
-  }
-};
-
-TEST_F(DirectMode, routeIsProgrammedAndPublishedAfterTheDriverAnswers) {
-  programRoute100(true);
-  Vosh::Qel::MplsHwRouteConfig cfg = hwRoute(100);
-  ASSERT_TRUE(cfg);
-  EXPECT_EQ(cfg.adjacencyIdType, Vosh::Qel::adjIdTypeL2Adjacency);
-  Vosh::Qel::MplsHwL2AdjacencyConfig l2 = hwL2(cfg.l2AdjId());
-  ASSERT_EQ(l2.l2Vias(), 1u);
-  EXPECT_EQ(l2.l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).vlan, 1006);
-  EXPECT_EQ(l2.l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).label, Bexo::MplsLabel(200));
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(hwConfig->routes(), 0u);
-}
-
+// The legacy form hands routes to the platform through the state-database
+// hardware configuration instead of the shared-memory tables.
 TEST_F(DirectMode, withoutKivModelsRoutesGoToTheStateDatabaseConfigurationOnly) {
-  programRoute100(false);
+  featureToggleIs("QelMpls.json", "QelMplsAgentKivModels", false);
+  hostsAre();
+  startAgent();
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  settle();
   EXPECT_EQ(hwRoutes(), 0u);
   EXPECT_EQ(hwL2Adjacencies(), 0u);
   ASSERT_TRUE(hwConfig->routeHas(key(100)));
@@ -47,7 +25,7 @@ TEST_F(DirectMode, withoutKivModelsRoutesGoToTheStateDatabaseConfigurationOnly) 
   EXPECT_EQ(route.l2Adjacency->l2ViaSet().l2Vias()[0].mac,
             Bexo::EthAddr::fromString("00:00:5e:00:53:01"));
   EXPECT_TRUE(hwConfig->l2AdjacencyHas(route.l2Adjacency));
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  expectProgrammed({100});
 
   routeDel(100);
   settle();

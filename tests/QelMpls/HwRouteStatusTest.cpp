@@ -11,8 +11,7 @@ class HwRouteStatus : public SwitchFixture {
  protected:
   void SetUp() override {
     Qel::SysLog::instance().clear();
-    interfaceIs("Ethernet1", 1006);
-    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+    hostsAre();
     mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
     startAgent();
   }
@@ -24,7 +23,7 @@ class HwRouteStatus : public SwitchFixture {
   }
 };
 
-TEST_F(HwRouteStatus, resourceFullAndNormalAlternateOnceEachAcrossTwoShortages) {
+TEST_F(HwRouteStatus, resourceFullAndNormalAreLoggedOncePerShortageAndOtherRefusalsNever) {
   driver.routeCapacity = 1;
   routeIs(100, 1);
   routeIs(101, 1);
@@ -33,11 +32,17 @@ TEST_F(HwRouteStatus, resourceFullAndNormalAlternateOnceEachAcrossTwoShortages) 
   EXPECT_EQ(state()->unprogrammedRoutes(), 2u);
   EXPECT_EQ(sysLogNames(), std::vector<std::string>{"ROUTING_MPLS_RESOURCE_FULL"});
 
-  // Refused again on retry: still the same shortage.
-  advance(11);
+  // Refused again on retry: still the same shortage. With the attribute log
+  // clogged, each refused route is retried once per round, one per slice.
+  attrLog->attrLogOutCloggedIs(true);
+  uint64_t retried = state()->unprogRouteRetried();
+  uint64_t runs = sm()->unprogrammedRouteTask()->runCount();
+  advance(sm()->unprogrammedRetryInterval());
   EXPECT_EQ(state()->unprogrammedRoutes(), 2u);
-  EXPECT_GE(state()->unprogRouteRetried(), 2u);
+  EXPECT_EQ(state()->unprogRouteRetried() - retried, 2u);
+  EXPECT_GE(sm()->unprogrammedRouteTask()->runCount() - runs, 2u);
   EXPECT_EQ(sysLogNames(), std::vector<std::string>{"ROUTING_MPLS_RESOURCE_FULL"});
+  attrLog->attrLogOutCloggedIs(false);
 
   // The retry after the shortage programs the refused routes.
   driver.routeCapacity = 3;
@@ -51,24 +56,24 @@ TEST_F(HwRouteStatus, resourceFullAndNormalAlternateOnceEachAcrossTwoShortages) 
   settle();
   EXPECT_EQ(state()->unprogrammedRoutes(), 2u);
   EXPECT_EQ(published(103).state, RouteState::routeStateUnprogrammed);
-  routeDel(103);
-  routeDel(104);
+  routeDel({103, 104});
   settle();
   EXPECT_EQ(state()->unprogrammedRoutes(), 0u);
-  EXPECT_EQ(sysLogNames(), (std::vector<std::string>{
-                               "ROUTING_MPLS_RESOURCE_FULL", "ROUTING_MPLS_RESOURCE_NORMAL",
-                               "ROUTING_MPLS_RESOURCE_FULL", "ROUTING_MPLS_RESOURCE_NORMAL"}));
-}
+  const std::vector<std::string> logged{
+      "ROUTING_MPLS_RESOURCE_FULL", "ROUTING_MPLS_RESOURCE_NORMAL", "ROUTING_MPLS_RESOURCE_FULL",
+      "ROUTING_MPLS_RESOURCE_NORMAL"};
+  EXPECT_EQ(sysLogNames(), logged);
 
-TEST_F(HwRouteStatus, aRefusalForAnotherReasonIsPublishedWithoutAResourceLog) {
-  driver.failLabels.insert(100);
-  routeIs(100, 1);
+  // A refusal for another reason is published, neither retried nor logged.
+  driver.routeCapacity = 10;
+  driver.failLabels.insert(105);
+  routeIs(105, 1);
   settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateUnprogrammed);
-  EXPECT_EQ(published(100).unprogrammedReason,
+  EXPECT_EQ(published(105).state, RouteState::routeStateUnprogrammed);
+  EXPECT_EQ(published(105).unprogrammedReason,
             static_cast<uint32_t>(Qel::UnprogrammedReason::unprogrammedReasonInvalidFecId));
   EXPECT_EQ(state()->unprogrammedRoutes(), 0u);
-  EXPECT_TRUE(sysLogNames().empty());
+  EXPECT_EQ(sysLogNames(), logged);
 }
 
 TEST_F(HwRouteStatus, aStatusOfAnOlderVersionIsIgnored) {

@@ -11,15 +11,7 @@ using Vosh::Qel::MplsHwL2ViaIndex;
 class L2Adjacencies : public SwitchFixture {
  protected:
   void SetUp() override {
-    interfaceIs("Ethernet1", 1006);
-    interfaceIs("Ethernet2", 1007);
-    interfaceIs("Vlan100", 100, false);
-    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
-    arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
-    arpIs("10.0.2.2", "Vlan100", "00:00:5e:00:53:03");
-    arpIs("10.0.2.3", "Vlan100", "00:00:5e:00:53:04");
-    fdbIs(100, "00:00:5e:00:53:03", "Ethernet3");
-    fdbIs(100, "00:00:5e:00:53:04", "Ethernet3");
+    hostsAre();
     startAgent();
   }
 
@@ -81,9 +73,7 @@ TEST_F(L2Adjacencies, anArpChangeOrMacMoveRereviewsExactlyTheAdjacenciesBehindIt
   EXPECT_EQ(hwRoute(102), untouched);
   EXPECT_EQ(hwRoute(104), otherHost);
   EXPECT_EQ(hwL2Adjacencies(), 5u) << "the records with the old MAC or port are gone";
-  for (uint32_t label = 100; label <= 104; ++label) {
-    EXPECT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
-  }
+  expectProgrammed({100, 101, 102, 103, 104});
 
   uint64_t passes = sm()->reviewCount();
   arpIs("10.0.9.9", "Ethernet1", "00:00:5e:00:53:99");
@@ -100,7 +90,7 @@ TEST_F(L2Adjacencies, unresolvedNextHopsJoinTheRecordOrLetItsRoutesWaitUntilArpA
   routeIs(101, 2);
   routeIs(102, 2);
   settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  expectProgrammed({100});
   EXPECT_EQ(l2Of(100).l2Vias(), 1u);
   EXPECT_EQ(root->proactiveArpNexthop()->requests(), 2u)
       << "the unresolved next hop is asked for ahead of traffic";
@@ -114,15 +104,11 @@ TEST_F(L2Adjacencies, unresolvedNextHopsJoinTheRecordOrLetItsRoutesWaitUntilArpA
   arpIs("10.0.9.9", "Ethernet2", "00:00:5e:00:53:09");
   settle();
   ASSERT_EQ(l2Of(100).l2Vias(), 2u);
-  for (uint32_t label : {100, 101, 102}) {
-    EXPECT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
-  }
+  expectProgrammed({100, 101, 102});
   EXPECT_EQ(hwRoute(101).l2AdjId(), hwRoute(102).l2AdjId());
   EXPECT_EQ(hwL2Adjacencies(), 2u);
 
-  for (uint32_t label : {100, 101, 102}) routeDel(label);
-  settle();
-  expectNoRouteResourcesLeft();
+  expectNothingLeftOnceRoutesGo({100, 101, 102});
 }
 
 TEST_F(L2Adjacencies, anUnusedLayer2AdjacencyWaitsWhileRoutesStillPointAtItsRecord) {
@@ -131,33 +117,32 @@ TEST_F(L2Adjacencies, anUnusedLayer2AdjacencyWaitsWhileRoutesStillPointAtItsReco
   routeIs(100, 1);
   routeIs(101, 1);
   settle();
-  uint64_t oldRecord = hwRoute(100).l2AdjId();
+  Vosh::Qel::MplsHwRouteConfig before = hwRoute(100);
+  uint64_t oldRecord = before.l2AdjId();
 
   // In one pass the adjacency moves to a new record, route 100 moves to a
-  // new via set whose adjacency is still to be reviewed, and route 101 waits
-  // for its adjacency's second review: both still point at the old record.
+  // new via set whose adjacency is still to be reviewed and keeps pointing at
+  // the old record; route 101 moves to the new one although its adjacency
+  // awaits a second review.
   arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
   routeIs(100, 2);
   runReviewPasses(1);
   EXPECT_TRUE(state()->l2AdjPendingForDeleteHas(oldRecord));
   EXPECT_TRUE(hwL2(oldRecord));
-  EXPECT_EQ(hwRoute(100).l2AdjId(), oldRecord);
-  EXPECT_EQ(hwRoute(101).l2AdjId(), oldRecord);
+  EXPECT_EQ(hwRoute(100), before);
+  EXPECT_TRUE(state()->routeKeyForReviewHas(key(100))) << "it comes back for review";
+  EXPECT_NE(hwRoute(101).l2AdjId(), oldRecord);
 
   runReviewPasses(1);
   EXPECT_FALSE(state()->l2AdjPendingForDeleteHas(oldRecord));
   EXPECT_FALSE(state()->l2AdjacencyHas(oldRecord));
   EXPECT_FALSE(hwL2(oldRecord));
-  EXPECT_NE(hwRoute(100).l2AdjId(), oldRecord);
+  EXPECT_EQ(l2Of(100).l2Via(MplsHwL2ViaIndex(0)).label, Bexo::MplsLabel(300));
   EXPECT_NE(hwRoute(101).l2AdjId(), oldRecord);
 
   settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
-  routeDel(100);
-  routeDel(101);
-  settle();
-  expectNoRouteResourcesLeft();
+  expectProgrammed({100, 101});
+  expectNothingLeftOnceRoutesGo({100, 101});
 }
 
 }  // namespace

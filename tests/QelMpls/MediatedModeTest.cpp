@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <string>
 
 #include "QelMpls/platform/QelMplsRouteAndMediatedAdjSm.h"
 #include "SwitchFixture.h"
@@ -25,17 +26,13 @@ class MediatedMode : public SwitchFixture {
     routeIs(100, 1);
     settle();
   }
-  void viaSet1CarriesIpv6() {
-    viaSetIs(1, {mplsVia("10.0.0.2", "Ethernet1", Bexo::mplsActionSwap, {Bexo::MplsLabel(200)},
-                         Mpls::PayloadType::payloadIpv6)});
-    settle();
-  }
   Qel::HwFecIdRequest filedRequest(uint32_t viaSet) const {
     return allocator.requests->hwFecIdRequest(fecIdOf(viaSet));
   }
   static uint64_t granted(FecId fecId) { return TestFecAllocator::hwFecIdOf(fecId); }
 };
 
+// An answer echoing a request older than the one filed is ignored.
 TEST_F(MediatedMode, aRouteIsWrittenOnceItsFecIsAnsweredAndPublishedOnceTheDriverConfirms) {
   allocator.answer = false;
   driver.answer = false;
@@ -45,6 +42,14 @@ TEST_F(MediatedMode, aRouteIsWrittenOnceItsFecIsAnsweredAndPublishedOnceTheDrive
   EXPECT_EQ(filedRequest(1).fecId, fecId);
   EXPECT_FALSE(hwRoute(100)) << "nothing to point at before the allocator answers";
   EXPECT_EQ(published(100).state, RouteState::routeStateUnprogrammed);
+
+  Qel::HwFecIdRequest older = filedRequest(1);
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 201}});
+  settle();
+  ASSERT_FALSE(filedRequest(1) == older);
+  allocator.responses->hwFecIdIs(fecId, Qel::HwFecIdResponse{fecId, 0x777, older});
+  settle();
+  EXPECT_FALSE(hwRoute(100));
 
   allocator.answer = true;
   allocator.answerAll();
@@ -57,7 +62,7 @@ TEST_F(MediatedMode, aRouteIsWrittenOnceItsFecIsAnsweredAndPublishedOnceTheDrive
   driver.answer = true;
   driver.answerRoute(key(100));
   settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  expectProgrammed({100});
   EXPECT_EQ(published(100).version, record.version);
 }
 
@@ -84,6 +89,7 @@ TEST_F(MediatedMode, aReviewFilesANewRequestOnlyWhenTheDescriptionChanged) {
 
 // An IPv6 payload gets a type-10 FEC though its via set has a type-9 one; the
 // driver refuses it once, which leaves the route on the FEC it was confirmed on.
+// The FEC left behind is withdrawn; its number is held back, then recycled.
 TEST_F(MediatedMode, aRouteMovesToTheFecOfItsNewPayloadOnlyOnceTheDriverConfirmsIt) {
   programRoute100();
   FecId confirmed = fecIdOf(1);
@@ -92,7 +98,9 @@ TEST_F(MediatedMode, aRouteMovesToTheFecOfItsNewPayloadOnlyOnceTheDriverConfirms
   ASSERT_EQ(before.state, RouteState::routeStateProgrammed);
 
   driver.failLabels = {100};
-  viaSet1CarriesIpv6();
+  viaSetIs(1, {mplsVia("10.0.0.2", "Ethernet1", Bexo::mplsActionSwap, {Bexo::MplsLabel(200)},
+                       Mpls::PayloadType::payloadIpv6)});
+  settle();
   FecId ipv6 = fecIdOf(1);
   EXPECT_EQ(ipv6.adjType(), AdjType::mpls6Adj);
   EXPECT_TRUE(allocator.requests->fec6Has(ipv6));
@@ -109,64 +117,56 @@ TEST_F(MediatedMode, aRouteMovesToTheFecOfItsNewPayloadOnlyOnceTheDriverConfirms
   EXPECT_EQ(published(100).version, hwRoute(100).version);
   EXPECT_FALSE(allocator.requests->hwFecIdRequestHas(confirmed))
       << "no route points at it any more";
-}
-
-TEST_F(MediatedMode, theFecDescriptionRecordsWhatEachViaDoesToTheLabelStack) {
-  struct Case {
-    const char* what;
-    Bexo::MplsLabelAction action;
-    Bexo::MplsLabelStack labels;
-    int8_t depth;
-    bool skipEgressAcl;
-  };
-  const Case cases[] = {
-      {"pop", Bexo::mplsActionPop, kNoLabel, -1, true},
-      {"push of implicit null", Bexo::mplsActionPush, {Bexo::MplsLabel(3)}, 0, true},
-      {"push of one label", Bexo::mplsActionPush, {Bexo::MplsLabel(16)}, 1, false},
-      {"swap", Bexo::mplsActionSwap, {Bexo::MplsLabel(16)}, 0, false},
-  };
-  uint32_t viaSet = 0;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    viaSetIs(++viaSet, {mplsVia("10.0.0.2", "Ethernet1", c.action, c.labels)});
-    routeIs(100 + viaSet, viaSet);
-    settle();
-    Vosh::Fib::Fec fec = filedFec(viaSet);
-    ASSERT_EQ(fec.viaCount, 1u);
-    EXPECT_EQ(fec.via[0].labelAction, c.action);
-    EXPECT_EQ(fec.via[0].labelStackDepth, c.depth);
-    EXPECT_EQ(fec.via[0].skipEgressAcl, c.skipEgressAcl);
-    EXPECT_EQ(hwRoute(100 + viaSet).hwFecId(), granted(fecIdOf(viaSet)));
-  }
+  const Plin::NumAllocatorStatus& numbers = *sm()->numAllocator()->status();
+  EXPECT_TRUE(numbers.heldBackHas(confirmed.index()));
+  advance(Qel::MplsBaseSm::kFecNumberHoldBack);
+  EXPECT_TRUE(numbers.recycledHas(confirmed.index()));
 }
 
 // Where pop and swap vias of an auto-decided payload meet, only the pops
 // (the ingress side) are described; anything else is described whole.
-TEST_F(MediatedMode, mixedPopAndSwapOfAnAutoDecidedPayloadDescribesOnlyThePops) {
-  using Bexo::mplsActionPop, Bexo::mplsActionSwap;
-  constexpr auto kAuto = Mpls::PayloadType::payloadAutoDecide;
+TEST_F(MediatedMode, theFecDescriptionRecordsWhatEachViaDoesToTheLabelStack) {
+  constexpr auto kPop = Bexo::mplsActionPop, kPush = Bexo::mplsActionPush,
+                 kSwap = Bexo::mplsActionSwap;
+  constexpr auto kAuto = Mpls::PayloadType::payloadAutoDecide,
+                 kMpls = Mpls::PayloadType::payloadMpls;
   struct Case {
-    Bexo::MplsLabelAction first;
-    Bexo::MplsLabelAction second;
+    std::vector<std::pair<Bexo::MplsLabelAction, uint32_t>> vias;  // label 0: none
     Mpls::PayloadType payload;
     uint32_t described;
+    int8_t depth;  // of the first via, as are the columns after it
+    bool skipEgressAcl;
+    uint8_t ttlMode;
   };
-  const Case cases[] = {{mplsActionPop, mplsActionSwap, kAuto, 1},
-                        {mplsActionPop, mplsActionPop, kAuto, 2},
-                        {mplsActionSwap, mplsActionSwap, kAuto, 2},
-                        {mplsActionPop, mplsActionSwap, Mpls::PayloadType::payloadMpls, 2}};
-  auto labelsFor = [](Bexo::MplsLabelAction action) {
-    return action == mplsActionPop ? kNoLabel : Bexo::MplsLabelStack{Bexo::MplsLabel(16)};
+  const Case cases[] = {
+      {{{kPop, 0}}, kMpls, 1, -1, true, 1},
+      {{{kPush, 3}}, kMpls, 1, 0, true, 0},  // implicit null
+      {{{kPush, 16}}, kMpls, 1, 1, false, 0},
+      {{{kSwap, 16}}, kMpls, 1, 0, false, 0},
+      {{{kPop, 0}, {kSwap, 16}}, kAuto, 1, -1, true, 1},
+      {{{kPop, 0}, {kPop, 0}}, kAuto, 2, -1, true, 1},
+      {{{kSwap, 16}, {kSwap, 16}}, kAuto, 2, 0, false, 0},
+      {{{kPop, 0}, {kSwap, 16}}, kMpls, 2, -1, true, 1},
   };
-  uint32_t viaSet = 10;
+  uint32_t viaSet = 0;
   for (const Case& c : cases) {
-    viaSetIs(++viaSet, {mplsVia("10.0.0.2", "Ethernet1", c.first, labelsFor(c.first), c.payload),
-                        mplsVia("10.0.0.3", "Ethernet1", c.second, labelsFor(c.second), c.payload)});
+    std::vector<Mpls::LfibMplsVia> vias;
+    for (const auto& [action, label] : c.vias) {
+      vias.push_back(mplsVia("10.0.0." + std::to_string(2 + vias.size()), "Ethernet1", action,
+                             label ? Bexo::MplsLabelStack{Bexo::MplsLabel(label)} : kNoLabel,
+                             c.payload));
+    }
+    viaSetIs(++viaSet, vias);
     routeIs(100 + viaSet, viaSet);
     settle();
+    SCOPED_TRACE(viaSet);
     Vosh::Fib::Fec fec = filedFec(viaSet);
-    EXPECT_EQ(fec.viaCount, c.described) << viaSet;
-    EXPECT_EQ(fec.via[0].labelAction, c.first) << viaSet;
+    ASSERT_EQ(fec.viaCount, c.described);
+    EXPECT_EQ(fec.via[0].labelAction, c.vias[0].first);
+    EXPECT_EQ(fec.via[0].labelStackDepth, c.depth);
+    EXPECT_EQ(fec.via[0].skipEgressAcl, c.skipEgressAcl);
+    EXPECT_EQ(fec.via[0].ttlMode, c.ttlMode);
+    EXPECT_EQ(hwRoute(100 + viaSet).hwFecId(), granted(fecIdOf(viaSet)));
   }
 }
 
@@ -174,41 +174,16 @@ TEST_F(MediatedMode, mixedPopAndSwapOfAnAutoDecidedPayloadDescribesOnlyThePops) 
 // deeper pushes are checked on the rule itself.
 TEST(MediatedLabelArithmetic, aPushAddsEveryLabelOfAStackOfTwoOrMore) {
   using Bexo::MplsLabel;
-  struct Case {
-    Bexo::MplsLabelAction action;
-    Bexo::MplsLabelStack labels;
-    int depth;
-  };
-  const Case cases[] = {
-      {Bexo::mplsActionPush, {MplsLabel(16), MplsLabel(17), MplsLabel(18)}, 3},
-      {Bexo::mplsActionPush, {MplsLabel(16), MplsLabel(17)}, 2},
-      {Bexo::mplsActionPush, {MplsLabel(3), MplsLabel(17)}, 2},
-      {Bexo::mplsActionPush, kNoLabel, 0},
-  };
-  for (const Case& c : cases) {
-    Bexo::UnboundedMplsLabelOperation operation(c.action, c.labels);
-    EXPECT_EQ(Qel::getStackDepthAfterAction(c.action, operation, "test"), c.depth)
-        << c.action << " " << c.labels.stringValue();
+  const std::pair<Bexo::MplsLabelStack, int> cases[] = {
+      {{MplsLabel(16), MplsLabel(17), MplsLabel(18)}, 3},
+      {{MplsLabel(16), MplsLabel(17)}, 2},
+      {{MplsLabel(3), MplsLabel(17)}, 2},
+      {kNoLabel, 0}};
+  for (const auto& [labels, depth] : cases) {
+    Bexo::UnboundedMplsLabelOperation operation(Bexo::mplsActionPush, labels);
+    EXPECT_EQ(Qel::getStackDepthAfterAction(Bexo::mplsActionPush, operation, "test"), depth)
+        << labels.stringValue();
   }
-}
-
-TEST_F(MediatedMode, anAnswerEchoingAnOlderRequestIsIgnored) {
-  allocator.answer = false;
-  programRoute100();
-  FecId fecId = fecIdOf(1);
-  Qel::HwFecIdRequest older = filedRequest(1);
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 201}});
-  settle();
-  ASSERT_FALSE(filedRequest(1) == older);
-
-  allocator.responses->hwFecIdIs(fecId, Qel::HwFecIdResponse{fecId, 0x777, older});
-  settle();
-  EXPECT_FALSE(hwRoute(100));
-
-  allocator.answer = true;
-  allocator.answerAll();
-  settle();
-  EXPECT_EQ(hwRoute(100).hwFecId(), granted(fecId));
 }
 
 // Primary via set p names backup via set p + 1; route 100 + i runs over p.
@@ -276,7 +251,7 @@ TEST_F(MediatedMode, anExternalFecRouteUsesItsPublishedHardwareIdRequestsNothing
   settle();
   EXPECT_EQ(hwRoute(100).hwFecId(), 0x777u);
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(root->hwFecIdRequest()->hwFecIdRequests() + root->hwFecIdRequest()->fecs(), 0u);
+  EXPECT_EQ(filedFecRecords(), 0u);
   EXPECT_TRUE(root->lfibHwStatus()->viaSetHas(viaSet));
   externalFecViaSetIs(8);
   routeIs(101, 8, Mpls::viaTypeExternalFec);
@@ -284,31 +259,7 @@ TEST_F(MediatedMode, anExternalFecRouteUsesItsPublishedHardwareIdRequestsNothing
   EXPECT_EQ(hwRoute(101).hwFecId(), 0x777u) << "published before its route came";
 
   // Releasing a number this library never handed out would stop the agent.
-  routeDel(100);
-  routeDel(101);
-  settle();
-  EXPECT_FALSE(hwRoute(100));
-  EXPECT_FALSE(isPublished(100));
-  EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), 0u);
-  EXPECT_FALSE(root->lfibHwStatus()->viaSetHas(viaSet)) << "no longer reported to the LFIB";
-}
-
-TEST_F(MediatedMode, theLastRouteGoneWithdrawsItsFecAndFreesTheNumberAfterTheHoldBack) {
-  programRoute100();
-  FecId fecId = fecIdOf(1);
-  ASSERT_TRUE(fecId);
-  routeDel(100);
-  settle();
-  EXPECT_FALSE(allocator.requests->hwFecIdRequestHas(fecId));
-  EXPECT_FALSE(allocator.requests->fecHas(fecId));
-  EXPECT_FALSE(allocator.requests->adjSyncIdMapHas(fecId));
-  EXPECT_FALSE(fecIdOf(1));
-  expectNoRouteResourcesLeft();
-
-  const Plin::NumAllocatorStatus& numbers = *sm()->numAllocator()->status();
-  EXPECT_TRUE(numbers.heldBackHas(fecId.index()));
-  advance(Qel::MplsBaseSm::kFecNumberHoldBack);
-  EXPECT_TRUE(numbers.recycledHas(fecId.index()));
+  expectNothingLeftOnceRoutesGo({100, 101});
 }
 
 }  // namespace

@@ -19,8 +19,10 @@ constexpr size_t kCommonKorbaMounts = 7;
 
 // ---------------------------------------------------------------------------
 // Mounting, for each mode and each value of the toggle "QelL3AgentMpls" (on:
-// another agent writes the hardware status and FEC-id response tables), with
-// the mode configured before the root is created.
+// another agent writes the hardware status and FEC-id response tables). With
+// the toggle on the mode is configured before the root is created; with it
+// off, after, which shows the state database mounted once a programmer is
+// named and the rest once that mount completes.
 
 struct ModeCase {
   MplsSmAdjacencyProgrammer mode;
@@ -34,35 +36,32 @@ class RootMounting : public SwitchFixture, public ::testing::WithParamInterface<
 
 TEST_P(RootMounting, mountsTheTablesOfItsModeAndBuildsItsCoreOverThem) {
   const bool mediated = GetParam().mode == kMediated;
+  const size_t korbaMounts = kCommonKorbaMounts + (mediated ? 3 : 0);
   featureToggleIs("StageMgr.json", "QelL3AgentMpls", GetParam().toggleOn);
-  modeConfig->adjacencyProgrammerIs(GetParam().mode);
-  startAgent(GetParam().mode);
-
-  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts + (mediated ? 3 : 0));
+  if (GetParam().toggleOn) modeConfig->adjacencyProgrammerIs(GetParam().mode);
+  createRoot();
+  if (!GetParam().toggleOn) {
+    settle();
+    EXPECT_TRUE(korba->mounts().empty());
+    modeConfig->adjacencyProgrammerIs(GetParam().mode);
+    EXPECT_EQ(korba->mounts().size(), korbaMounts);
+    EXPECT_FALSE(agentShm->mounted(MplsRootSm::kTransitLfibPath));
+    EXPECT_FALSE(root->inputStatusSummary());
+    EXPECT_FALSE(root->mplsSmInputStatusSm());
+  }
+  scheduler.runUntilIdle();
+  ASSERT_TRUE(root->mplsSm());
+  EXPECT_EQ(korba->mounts().size(), korbaMounts);
+  // The toggle decides who owns the hardware status and FEC-id response
+  // tables; the multicast tables come with the mediated mode only.
   const Vosh::MountType ownedElsewhere =
       GetParam().toggleOn ? Vosh::mountTypeSharedReader : Vosh::mountTypeWriter;
-  struct Mount {
-    const char* path;
-    Vosh::MountType type;
-    bool mediatedOnly;
-  };
-  const Mount mounts[] = {
-      {MplsRootSm::kTransitLfibPath, Vosh::mountTypeSharedReader, false},
-      {MplsRootSm::kLfibHwStatusPath, Vosh::mountTypeWriter, false},
-      {MplsRootSm::kArpStatusPath, Vosh::mountTypeReader, false},
-      {MplsRootSm::kProactiveArpPath, Vosh::mountTypeWriter, false},
-      {MplsRootSm::kBridgingStatusPath, Vosh::mountTypeSharedReader, false},
-      {MplsRootSm::kHwRouteConfigPath, Vosh::mountTypeWriter, false},
-      {MplsRootSm::kHwRouteStatusPath, ownedElsewhere, false},
-      {MplsRootSm::kUnicastFecReqPath, Vosh::mountTypeWriter, false},
-      {MplsRootSm::kUnicastFecRespPath, ownedElsewhere, true},
-      {MplsRootSm::kMulticastFecReqPath, Vosh::mountTypeWriter, true},
-      {MplsRootSm::kMulticastFecRespPath, ownedElsewhere, true},
-  };
-  for (const Mount& m : mounts) {
-    ASSERT_EQ(agentShm->mounted(m.path), mediated || !m.mediatedOnly) << m.path;
-    if (agentShm->mounted(m.path)) {
-      EXPECT_EQ(agentShm->mountType(m.path), m.type) << m.path;
+  EXPECT_EQ(agentShm->mountType(MplsRootSm::kHwRouteStatusPath), ownedElsewhere);
+  ASSERT_EQ(agentShm->mounted(MplsRootSm::kMulticastFecReqPath), mediated);
+  for (const char* path : {MplsRootSm::kUnicastFecRespPath, MplsRootSm::kMulticastFecRespPath}) {
+    ASSERT_EQ(agentShm->mounted(path), mediated) << path;
+    if (mediated) {
+      EXPECT_EQ(agentShm->mountType(path), ownedElsewhere) << path;
     }
   }
 
@@ -81,26 +80,9 @@ INSTANTIATE_TEST_SUITE_P(Modes, RootMounting,
                          });
 
 // ---------------------------------------------------------------------------
-// When mounting starts, and how it fails.
+// How mounting fails.
 
 using RootStart = SwitchFixture;
-
-TEST_F(RootStart, mountsTheStateDatabaseOnceAProgrammerIsNamedAndTheRestOnceThatCompletes) {
-  createRoot();
-  settle();
-  EXPECT_TRUE(korba->mounts().empty());
-
-  modeConfig->adjacencyProgrammerIs(kDirect);
-  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts);
-  EXPECT_FALSE(agentShm->mounted(MplsRootSm::kTransitLfibPath));
-  EXPECT_FALSE(root->inputStatusSummary());
-  EXPECT_FALSE(root->mplsSmInputStatusSm());
-
-  scheduler.runUntilIdle();
-  EXPECT_TRUE(agentShm->mounted(MplsRootSm::kTransitLfibPath));
-  EXPECT_TRUE(root->mplsSm());
-  EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts);
-}
 
 TEST_F(RootStart, failedStateDatabaseMountStopsTheAgentBeforeAnythingIsBuilt) {
   const char* path = "routing/hardware/route/status";
@@ -123,7 +105,7 @@ TEST_F(RootStart, failedStateDatabaseMountStopsTheAgentBeforeAnythingIsBuilt) {
 
 using RootModeChange = SwitchFixture;
 
-TEST_F(RootModeChange, toAnotherProgrammerIsRefusedAndBackToTheSameOnlyTracesThatTheCoreExists) {
+TEST_F(RootModeChange, toAnotherProgrammerIsRefusedAndBackToTheSameChangesNothing) {
   startAgent();
   Qel::MplsBaseSm* core = sm();
   Qel::MplsSmInputStatusSm* inputSm = root->mplsSmInputStatusSm().get();
@@ -138,11 +120,8 @@ TEST_F(RootModeChange, toAnotherProgrammerIsRefusedAndBackToTheSameOnlyTracesTha
   EXPECT_EQ(root->mplsSmInputStatusSm().get(), inputSm);
   EXPECT_FALSE(agentShm->mounted(MplsRootSm::kMulticastFecReqPath));
 
-  Pellet::Capture capture{"QelMplsRootSm"};
   modeConfig->adjacencyProgrammerIs(kDirect);
   settle();
-  EXPECT_EQ(capture.count("MplsSm already created"), 1u);
-  EXPECT_FALSE(capture.contains("startMounting"));
   EXPECT_EQ(sm(), core);
   EXPECT_EQ(korba->mounts().size(), kCommonKorbaMounts);
 }
@@ -186,6 +165,54 @@ TEST_F(RootModeChange, toNoneReleasesTheStateMachinesKeepsEveryMountedEntityAndB
   EXPECT_EQ(sm()->inputs().inputStatusSummary.get(), root->inputStatusSummary().get());
   EXPECT_EQ(korba->mounts().size(), 2 * kCommonKorbaMounts);
   EXPECT_EQ(agentShm->mountType(MplsRootSm::kHwRouteStatusPath), Vosh::mountTypeSharedReader);
+}
+
+// ---------------------------------------------------------------------------
+// Inputs a platform sets and clears one at a time once the mounts are done.
+
+using RootInputs = SwitchFixture;
+
+TEST_F(RootInputs, aClearedInputTearsTheStateMachinesDownAndSettingOneBuildsThemOverIt) {
+  hostsAre();
+  startAgent();
+  Kiv::Ptr<Mpls::LfibStatus> transit = root->transitLfib();
+  Pellet::Capture capture{"QelMplsRootSm"};
+  root->transitLfibDel();
+  EXPECT_FALSE(root->mplsSm());
+  EXPECT_FALSE(root->mplsSmInputStatusSm());
+  EXPECT_TRUE(capture.contains("Sms wait for input transitLfib"));
+
+  root->transitLfibIs(transit);
+  ASSERT_TRUE(root->mplsSm());
+  EXPECT_TRUE(root->mplsSmInputStatusSm());
+  EXPECT_EQ(sm()->transitLfib(), transit.get());
+  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
+  routeIs(100, 1);
+  settle();
+  expectProgrammed({100});
+
+  root->mplsProgrammingModeConfigDel();
+  EXPECT_FALSE(root->mplsSm());
+  root->mplsProgrammingModeConfigIs(modeConfig);
+  settle();
+  ASSERT_TRUE(root->mplsSm());
+  expectProgrammed({100});
+}
+
+TEST_F(RootInputs, aSharedMemoryTableOfAnotherTypeIsAbsentUntilAPlatformSetsOne) {
+  agentShm->mountWriter(MplsRootSm::kLfibHwStatusPath, {{"unprogrammedRoute", 1024}});
+  createRoot();
+  modeConfig->adjacencyProgrammerIs(kDirect);
+  settle();
+  EXPECT_FALSE(root->lfibHwStatus());
+  EXPECT_TRUE(root->transitLfib());
+  EXPECT_FALSE(root->mplsSm());
+
+  const char* path = "hardware/mpls/lfibOfThePlatform";
+  agentShm->mountWriter(path, Mpls::LfibHwStatus::collections());
+  root->lfibHwStatusIs(Kiv::make<Mpls::LfibHwStatus>(*agentShm, path));
+  ASSERT_TRUE(root->mplsSm());
+  EXPECT_EQ(sm()->inputs().lfibHwStatus, root->lfibHwStatus());
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "SwitchFixture.h"
 #include "pellet/Trace.h"
 
@@ -16,8 +18,7 @@ constexpr auto kMediated = Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyMediat
 class StartupRecovery : public SwitchFixture {
  protected:
   void SetUp() override {
-    interfaceIs("Ethernet1", 1006);
-    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+    hostsAre();
     routeSyncMapReadyIs(true);
     systemLfibReadyIs(true);
     transitLfibQuiescedIs(true);
@@ -47,8 +48,12 @@ class StartupRecovery : public SwitchFixture {
   }
 };
 
-TEST_F(StartupRecovery, directColdStartEmptiesTheHardwareTablesAndKeepsNoPublishedAdjacency) {
-  startAgent();
+// The direct mode starts cold even where the platform keeps forwarding.
+class ColdStart : public StartupRecovery,
+                  public ::testing::WithParamInterface<Qel::MplsSmAdjacencyProgrammer> {};
+
+TEST_P(ColdStart, emptiesTheHardwareAndRequestTablesAndKeepsNoPublishedAdjacency) {
+  startAgent(GetParam());
   mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
   mplsViaSetIs(2, {{"10.0.0.2", "Ethernet1", 300}});
   routeIs(100, 1);
@@ -56,59 +61,57 @@ TEST_F(StartupRecovery, directColdStartEmptiesTheHardwareTablesAndKeepsNoPublish
   routeIs(102, 1);
   settle();
   ASSERT_EQ(hwRoutes(), 3u);
-  ASSERT_EQ(hwL2Adjacencies(), 2u);
-  ASSERT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), 2u);
+  ASSERT_EQ(root->routingHwMplsStatus()->adjacencys(), 2u);
+  ASSERT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), GetParam() == kMediated ? 0u : 2u);
+  const Vosh::Fib::FecId fecId = GetParam() == kMediated ? fecIdOf(1) : Vosh::Fib::FecId();
 
   stopCore();
+  if (GetParam() == kMediated) helper->nonStopForwarding = false;
   routeDel(101);
   startCore();
   EXPECT_EQ(hwRoutes(), 0u) << "emptied before any route is programmed";
   EXPECT_EQ(hwL2Adjacencies(), 0u);
   EXPECT_EQ(root->routingHwMplsStatus()->routes(), 0u);
+  EXPECT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), 0u);
+  EXPECT_EQ(filedFecRecords(), 0u);
+  if (GetParam() == kMediated) {
+    EXPECT_FALSE(fecIdOf(1)) << "gone from the allocator's view too";
+    EXPECT_FALSE(allocator.requests->hwFecIdRequestHas(fecId));
+  }
 
   settle();
   EXPECT_EQ(hwRoutes(), 2u);
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(102).state, RouteState::routeStateProgrammed);
+  expectProgrammed({100, 102});
   EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), state()->l3Adjacencys());
   EXPECT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), state()->l2Adjacencys());
-
-  routeDel(100);
-  routeDel(102);
-  settle();
-  expectNoRouteResourcesLeft();
+  expectNothingLeftOnceRoutesGo({100, 102});
 }
 
-TEST_F(StartupRecovery, mediatedColdStartEmptiesTheHardwareAndRequestTables) {
-  programFirstRun();
-  Vosh::Fib::FecId fecId = fecIdOf(1);
-  stopCore();
-  helper->nonStopForwarding = false;
-
-  startCore();
-  EXPECT_EQ(hwRoutes(), 0u);
-  EXPECT_FALSE(allocator.requests->hwFecIdRequestHas(fecId));
-  EXPECT_FALSE(allocator.requests->fecHas(fecId));
-  EXPECT_FALSE(fecIdOf(1));
-
-  settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
-}
+INSTANTIATE_TEST_SUITE_P(Modes, ColdStart,
+                         ::testing::Values(Qel::MplsSmAdjacencyProgrammer::mplsSmAdjacencyDirect,
+                                           kMediated));
 
 // A recovered route is taken over without a write; a stale one is deleted
-// once, at sync done.
+// once, at sync done. Only what the driver answered programmed is taken over
+// as it stands: it refused route 102. Adjacency indexes continue after the
+// highest one in the recovered layer-2 table.
 TEST_F(StartupRecovery, recoveryKeepsTheHardwareTablesAndDeletesAStaleRouteOnceAtSyncDone) {
   programFirstRun();
   // A second write in the first run, so that a write after the restart could
   // not coincide with what is in hardware.
   viaSetIs(1, {mplsVia("10.0.0.2", "Ethernet1", Bexo::mplsActionSwap, {Bexo::MplsLabel(200)},
                        Mpls::PayloadType::payloadIpv6)});
+  driver.failLabels.insert(102);
+  routeIs(102, 1);
   settle();
+  ASSERT_TRUE(hwRoute(102));
   Vosh::Fib::FecId fecId = fecIdOf(1);
   Vosh::Fib::Fec fec = filedFec(1);
   Vosh::Qel::MplsHwRouteConfig record = hwRoute(100);
   ASSERT_EQ(record.version, 3u);
+  // What an earlier run left in the layer-2 table.
+  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(7));
+  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(41));
   Pellet::Capture capture({"QelMplsSm"});
 
   restartWithoutRoute101();
@@ -121,6 +124,8 @@ TEST_F(StartupRecovery, recoveryKeepsTheHardwareTablesAndDeletesAStaleRouteOnceA
   EXPECT_FALSE(hwRoute(101));
   EXPECT_TRUE(hwRoute(100) == record) << "same version, same hardware FEC";
   EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(published(100).adjacencyIndex, 42u) << "indexes continue after the highest recovered";
+  EXPECT_NE(published(102).state, RouteState::routeStateProgrammed);
   EXPECT_EQ(fecIdOf(1), fecId);
   EXPECT_TRUE(filedFec(1) == fec);
   EXPECT_EQ(allocator.requests->hwFecIdRequest(fecId).syncId, (Qel::AdjSyncId{2, 1}))
@@ -131,153 +136,75 @@ TEST_F(StartupRecovery, recoveryKeepsTheHardwareTablesAndDeletesAStaleRouteOnceA
   EXPECT_EQ(staleDeletions(capture, 100), 0u);
 }
 
-TEST_F(StartupRecovery, syncEndsOnceTheLfibQuiescesAndSparesARouteOfferedAgainMeanwhile) {
-  programFirstRun();
-  stopCore();
-  routeDel(100);
-  routeDel(101);
-  transitLfibQuiescedIs(false);
-  startCore();
-  settle();
-  routeIs(101, 1);
-  settle();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
-  EXPECT_TRUE(hwRoute(100));
-
-  transitLfibQuiescedIs(true);
-  settle();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_FALSE(hwRoute(100));
-  EXPECT_TRUE(hwRoute(101));
-  EXPECT_EQ(published(101).state, RouteState::routeStateProgrammed);
-}
-
-// The platform learns at the end of the first sync that the agent has taken
-// over the hardware (ready), and from then on follows its routing setting.
-TEST_F(StartupRecovery, theFirstSyncEndMarksTheConfigReadyAndThenRoutingFollowsTheSetting) {
-  transitLfibQuiescedIs(false);
-  startAgent(kMediated);
-  settle();
-  EXPECT_FALSE(root->mplsHwSingletonConfig()->ready());
-  transitLfibQuiescedIs(true);
-  settle();
-  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_TRUE(root->mplsHwSingletonConfig()->ready());
-  EXPECT_TRUE(sm()->cleanupHwStatusAdjSyncDone()) << "the previous run's adjacencies are swept";
-  for (bool on : {false, true, false}) {
-    mplsRoutingIs(on);
-    settle();
-    EXPECT_EQ(root->mplsHwSingletonConfig()->mplsRouting(), on) << on;
-  }
-}
-
-// Only what the driver answered programmed is taken over as it stands.
-TEST_F(StartupRecovery, aRecordTheDriverRefusedIsNotTakenOverAsProgrammed) {
-  driver.failLabels.insert(101);
-  startAgent(kMediated);
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  routeIs(100, 1);
-  routeIs(101, 1);
-  settle();
-  ASSERT_TRUE(hwRoute(101));
-  stopCore();
-  startCore();
-  settle();
-  EXPECT_EQ(published(100).state, Mpls::Hardware::RouteState::routeStateProgrammed);
-  EXPECT_NE(published(101).state, Mpls::Hardware::RouteState::routeStateProgrammed);
-}
-
-TEST_F(StartupRecovery, syncTimeoutForcesTheNormalStageWhenTheLfibNeverQuiesces) {
-  programFirstRun();
-  stopCore();
-  routeDel(101);
-  transitLfibQuiescedIs(false);
-  double start = scheduler.now();
-
-  startCore();
-  advance(Qel::MplsBaseSm::timeoutSyncDelay - 1);
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
-  EXPECT_TRUE(hwRoute(101));
-
-  advance(2);
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_FALSE(hwRoute(101));
-  EXPECT_TRUE(hwRoute(100));
-  EXPECT_NEAR(
-      sm()->mplsSmStartupRecord()->timeTaken().at(MplsSmStartupStatus::mplsSmProcessingSyncMap),
-      Qel::MplsBaseSm::timeoutSyncDelay, 0.01);
-  EXPECT_NEAR(sm()->mplsSmStartupRecord()->lastStageTime() - start,
-              Qel::MplsBaseSm::timeoutSyncDelay, 0.01);
-}
-
-TEST_F(StartupRecovery, syncWaitsForTheAllocatorsSyncReportOrTheTimeout) {
+// Each start-up signal, held back at a restart, holds the stage that waits
+// for it, with the stale route 101 still forwarding, until it comes (or the
+// time-out); a route the LFIB offers again meanwhile is spared.
+TEST_F(StartupRecovery, eachStartupSignalHoldsItsStageUntilItComesOrTheTimeout) {
+  using enum MplsSmStartupStatus;
+  struct Case {
+    const char* what;
+    std::function<void(bool held)> signal;
+    MplsSmStartupStatus waiting;
+    bool timesOut;
+    bool reoffered;
+  };
+  auto allocatorAnswers = [this](bool held) {
+    allocator.answer = !held;
+    if (!held) allocator.answerAll();
+  };
+  auto lfibQuiesced = [this](bool held) { transitLfibQuiescedIs(!held); };
+  const Case cases[] = {
+      {"the driver's route sync map", [this](bool held) { routeSyncMapReadyIs(!held); },
+       mplsSmUnknown, false, false},
+      {"the LFIB quiesces late", lfibQuiesced, mplsSmProcessingSyncMap, false, true},
+      {"the LFIB never quiesces", lfibQuiesced, mplsSmProcessingSyncMap, true, false},
+      {"the allocator answers late", allocatorAnswers, mplsSmWaitingForSyncResponses, false, false},
+      {"the allocator never answers", allocatorAnswers, mplsSmWaitingForSyncResponses, true, false},
+  };
   programFirstRun();
   Qel::GenerationId generation = 1;
-  for (bool answersLate : {true, false}) {
-    SCOPED_TRACE(answersLate ? "the allocator answers late" : "the allocator never answers");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
     routeIs(101, 1);
     settle();
-    allocator.answer = false;
+    c.signal(true);
+    double start = scheduler.now();
     restartWithoutRoute101();
     ++generation;
     settle();
-    EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncResponses);
+    EXPECT_EQ(stage(), c.waiting);
     EXPECT_TRUE(hwRoute(101));
-
-    if (answersLate) {
-      allocator.answer = true;
-      allocator.answerAll();
-      settle();
-    } else {
-      advance(Qel::MplsBaseSm::timeoutSyncDelay - 1);
-      EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncResponses);
-      advance(1);
+    if (c.waiting == mplsSmUnknown) {
+      EXPECT_EQ(state()->routes(), 0u) << "nothing is touched";
     }
-    EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-    EXPECT_FALSE(hwRoute(101));
+    if (c.reoffered) routeIs(101, 1);
+    if (c.timesOut) {
+      advance(Qel::MplsBaseSm::timeoutSyncDelay - 1.5);
+      EXPECT_EQ(stage(), c.waiting);
+      advance(1.5);
+      EXPECT_NEAR(sm()->mplsSmStartupRecord()->lastStageTime() - start,
+                  Qel::MplsBaseSm::timeoutSyncDelay, 0.01);
+      EXPECT_NEAR(sm()->mplsSmStartupRecord()->timeTaken().at(c.waiting),
+                  Qel::MplsBaseSm::timeoutSyncDelay, 0.01);
+    }
+    c.signal(false);
+    settle();
+    EXPECT_EQ(stage(), mplsSmNormal);
     EXPECT_TRUE(hwRoute(100));
+    EXPECT_EQ(bool(hwRoute(101)), c.reoffered);
+    expectProgrammed({100});
+    if (c.reoffered) expectProgrammed({101});
     EXPECT_EQ(root->mplsHwSingletonConfig()->endOfMplsSyncAtGeneration(), generation);
-    allocator.answer = true;
   }
 }
 
-TEST_F(StartupRecovery, nothingIsTouchedUntilTheDriverHasWrittenItsRouteSyncMap) {
-  programFirstRun();
-  stopCore();
-  routeDel(101);
-  routeSyncMapReadyIs(false);
-
-  startCore();
-  advance(5);
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmUnknown);
-  EXPECT_EQ(state()->routes(), 0u);
-  EXPECT_TRUE(hwRoute(100));
-  EXPECT_TRUE(hwRoute(101));
-
-  routeSyncMapReadyIs(true);
-  settle();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_FALSE(hwRoute(101));
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-}
-
-TEST_F(StartupRecovery, adjacencyIndexesContinueAfterTheHighestRecoveredIndex) {
-  startAgent(kMediated);
-  // What an earlier run left in the layer-2 table.
-  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(7));
-  root->mplsHwCollectionConfig()->l2AdjacencyIs(Vosh::Qel::MplsHwL2AdjacencyConfig(41));
-  stopCore();
-  mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
-  routeIs(100, 1);
-
-  startCore();
-  settle();
-  EXPECT_EQ(published(100).adjacencyIndex, 42u);
-}
-
-// Route 101 turns unsupported while it waits for its first review.
-TEST_F(StartupRecovery, reviewWaitsForTheSystemLfibAndTheFirstAdjacencyGetsIndexOne) {
+// The first start waits for the system LFIB before any review (route 101
+// turns unsupported meanwhile), then for the LFIB. The platform learns at the
+// end of that first sync that the agent has taken over the hardware (ready),
+// and from then on follows its routing setting.
+TEST_F(StartupRecovery, theFirstStartReviewsOnceTheSystemLfibIsReadyAndEndsMarkingTheConfigReady) {
   systemLfibReadyIs(false);
+  transitLfibQuiescedIs(false);
   startAgent(kMediated);
   EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmWaitingForSyncMap);
 
@@ -298,11 +225,22 @@ TEST_F(StartupRecovery, reviewWaitsForTheSystemLfibAndTheFirstAdjacencyGetsIndex
 
   systemLfibReadyIs(true);
   settle();
-  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
+  EXPECT_EQ(stage(), MplsSmStartupStatus::mplsSmProcessingSyncMap);
+  EXPECT_FALSE(root->mplsHwSingletonConfig()->ready());
+  transitLfibQuiescedIs(true);
+  settle();
+  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+  EXPECT_TRUE(root->mplsHwSingletonConfig()->ready());
+  EXPECT_TRUE(sm()->cleanupHwStatusAdjSyncDone()) << "the previous run's adjacencies are swept";
+  expectProgrammed({100});
   EXPECT_EQ(published(100).adjacencyIndex, 1u);
   EXPECT_FALSE(hwRoute(101));
   EXPECT_EQ(state()->l3Adjacencys(), 1u);
+  for (bool on : {false, true, false}) {
+    mplsRoutingIs(on);
+    settle();
+    EXPECT_EQ(root->mplsHwSingletonConfig()->mplsRouting(), on) << on;
+  }
 }
 
 }  // namespace

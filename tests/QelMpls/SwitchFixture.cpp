@@ -225,6 +225,18 @@ void SwitchFixture::featureToggleIs(const std::string& file, const std::string& 
   Qel::featureTogglesReset();
 }
 
+void SwitchFixture::hostsAre() {
+  interfaceIs("Ethernet1", 1006);
+  interfaceIs("Ethernet2", 1007);
+  interfaceIs("Vlan100", 100, false);
+  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
+  arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
+  arpIs("10.0.2.2", "Vlan100", "00:00:5e:00:53:03");
+  arpIs("10.0.2.3", "Vlan100", "00:00:5e:00:53:04");
+  fdbIs(100, "00:00:5e:00:53:03", "Ethernet3");
+  fdbIs(100, "00:00:5e:00:53:04", "Ethernet3");
+}
+
 void SwitchFixture::mplsViaSetIs(
     uint32_t id, const std::vector<std::tuple<std::string, std::string, uint32_t>>& vias,
     uint32_t backupViaSet) {
@@ -259,11 +271,15 @@ void SwitchFixture::viaSetIs(uint32_t id, std::vector<Mpls::LfibMplsVia> vias,
   lfib->viaSetIs(set);
 }
 
-void SwitchFixture::externalFecViaSetIs(uint32_t id) {
-  Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeExternalFec, id));
+Mpls::LfibViaKey SwitchFixture::externalFecViaIs() {
   Mpls::LfibViaKey key(Mpls::viaTypeExternalFec, nextViaIndex++);
   lfib->extFecViaIs(key, Mpls::LfibExternalFecVia{key, 0x0900000000000011ULL});
-  set.viaKeyIs(Mpls::LfibViaIndexRange(0), key);
+  return key;
+}
+
+void SwitchFixture::externalFecViaSetIs(uint32_t id) {
+  Mpls::LfibViaSet set(Mpls::LfibViaSetKey(Mpls::viaTypeExternalFec, id));
+  set.viaKeyIs(Mpls::LfibViaIndexRange(0), externalFecViaIs());
   lfib->viaSetIs(set);
 }
 
@@ -295,6 +311,12 @@ void SwitchFixture::expectNoRouteResourcesLeft() const {
   EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), 0u);
   EXPECT_EQ(root->routingHwMplsStatus()->l2Adjacencys(), 0u);
   EXPECT_EQ(root->lfibHwStatus()->viaSets(), 0u);
+  EXPECT_EQ(filedFecRecords(), 0u);
+}
+
+size_t SwitchFixture::filedFecRecords() const {
+  const Qel::FecIdToHwFecIdRequest& r = *root->hwFecIdRequest();
+  return r.hwFecIdRequests() + r.fecs() + r.fec6s() + r.adjSyncIdMaps() + r.objTupleToFecIds();
 }
 
 Vosh::Fib::FecId SwitchFixture::fecIdOf(uint32_t viaSet) const {

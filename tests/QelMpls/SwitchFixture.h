@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
+#include <set>
 #include <string>
 
 #include "Qel/FeatureToggle.h"
@@ -41,10 +41,10 @@ class TestDriver {
   void routeStatusIs(
       const Mpls::RouteKey& key, uint8_t version, Vosh::Qel::MplsHwRouteState state,
       Vosh::Qel::MplsHwRouteUnprogrammedReason reason = Vosh::Qel::mplsHwUnprogReasonSuccess);
-  void answerL2Adjacency(uint64_t id);
   size_t programmedRoutes() const { return programmed_.size(); }
 
  private:
+  void answerL2Adjacency(uint64_t id);
   Vosh::EntityManager& platform_;
   std::set<Mpls::RouteKey> programmed_;
   Kiv::Connection routeConnection_;
@@ -92,8 +92,9 @@ class SwitchFixture : public ::testing::Test {
   ~SwitchFixture() override;
 
   void createRoot() {
+    Vosh::EntityManager::agentEntityManagerIs(agentShm.get());
     root = Qel::mplsRootSmFactory(modeConfig, helper, korba, attrLog, &scheduler, localLfibInfo,
-                                  hwConfig, hwStatus, agentShm);
+                                  hwConfig, hwStatus);
   }
   // Creates the root and lets it mount and build its state machines.
   void startAgent(
@@ -118,6 +119,10 @@ class SwitchFixture : public ::testing::Test {
   void featureToggleIs(const std::string& file, const std::string& toggle, bool value);
 
   // Inputs.
+  // Next hops 10.0.0.2 behind routed port Ethernet1 (VLAN 1006), 10.0.1.2
+  // behind Ethernet2 (1007), and 10.0.2.2 and 10.0.2.3 behind VLAN 100, whose
+  // MAC table puts both on Ethernet3.
+  void hostsAre();
   void interfaceIs(const std::string& name, uint16_t vlan, bool routedPort = true) {
     l3Intfs->intfIdToL3IdIs(Bexo::IntfId::fromString(name),
                             QelL3Intf::L3Id{vlan, true, routedPort});
@@ -141,10 +146,15 @@ class SwitchFixture : public ::testing::Test {
   // Writes the vias under fresh via keys, then the via set naming them.
   void viaSetIs(uint32_t id, std::vector<Mpls::LfibMplsVia> vias, uint32_t backupViaSet = 0);
   void viaSetDel(uint32_t id) { lfib->viaSetDel(Mpls::LfibViaSetKey(Mpls::viaTypeMplsIp, id)); }
+  // An external-FEC via naming FEC 0x0900000000000011, and a via set of it.
+  Mpls::LfibViaKey externalFecViaIs();
   void externalFecViaSetIs(uint32_t id);
   void routeIs(uint32_t label, uint32_t viaSet, Mpls::LfibViaType type = Mpls::viaTypeMplsIp,
                uint8_t flags = 0);
   void routeDel(uint32_t label) { lfib->routeDel(key(label)); }
+  void routeDel(std::initializer_list<uint32_t> labels) {
+    for (uint32_t label : labels) routeDel(label);
+  }
   void mplsRoutingIs(bool on) { routing->mplsRoutingIs(on); }
   // Start-up signals: the driver has written its route sync map, the system
   // LFIB is ready, the transit LFIB's writer has written everything.
@@ -169,13 +179,26 @@ class SwitchFixture : public ::testing::Test {
   bool isPublished(uint32_t label) const {
     return root->routingHwMplsStatus()->routeHas(key(label));
   }
+  void expectProgrammed(std::initializer_list<uint32_t> labels) const {
+    for (uint32_t label : labels) {
+      EXPECT_EQ(published(label).state, Mpls::Hardware::RouteState::routeStateProgrammed) << label;
+    }
+  }
   Qel::MplsSmStartupStatus stage() const { return sm()->mplsSmStartupStatus(); }
   // The FEC id the agent filed for an MPLS-over-IP via set, and its description.
   Vosh::Fib::FecId fecIdOf(uint32_t viaSet) const;
   Vosh::Fib::Fec filedFec(uint32_t viaSet) const;
+  // Every record of the agent's FEC request tables.
+  size_t filedFecRecords() const;
   static Mpls::RouteKey key(uint32_t label) { return Mpls::RouteKey(Bexo::MplsLabel(label)); }
   // Checks that nothing a route needed is left behind once no route is left.
   void expectNoRouteResourcesLeft() const;
+  // Deletes the last routes and checks that they took everything with them.
+  void expectNothingLeftOnceRoutesGo(std::initializer_list<uint32_t> labels) {
+    routeDel(labels);
+    settle();
+    expectNoRouteResourcesLeft();
+  }
 
   // A state-database entity another agent writes, there before the agent mounts it.
   template <class T>

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "SwitchFixture.h"
 #include "pellet/Trace.h"
 
@@ -11,10 +13,7 @@ using Mpls::Hardware::RouteState;
 class Tasks : public SwitchFixture {
  protected:
   void SetUp() override {
-    interfaceIs("Ethernet1", 1006);
-    interfaceIs("Ethernet2", 1007);
-    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:01");
-    arpIs("10.0.1.2", "Ethernet2", "00:00:5e:00:53:02");
+    hostsAre();
     mplsViaSetIs(1, {{"10.0.0.2", "Ethernet1", 200}});
     mplsViaSetIs(2, {{"10.0.1.2", "Ethernet2", 300}});
     startAgent();
@@ -24,17 +23,7 @@ class Tasks : public SwitchFixture {
     record = hwRoute(100).l2AdjId();
   }
 
-  // Moves both routes to a new record that the driver does not answer yet.
-  void rewriteRoutesWithoutAnswer() {
-    driver.answer = false;
-    arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
-    settle();
-    written = hwRoute(100).version;
-    ASSERT_NE(hwRoute(100).l2AdjId(), record);
-  }
-
   uint64_t record = 0;
-  uint8_t written = 0;
 };
 
 TEST_F(Tasks, anAdjacencyQueuedWithItsRouteIsReviewedFirst) {
@@ -47,49 +36,41 @@ TEST_F(Tasks, anAdjacencyQueuedWithItsRouteIsReviewedFirst) {
   EXPECT_EQ(state()->route(key(100))->lfibFlags(), 1);
 }
 
-// In one burst route 100 moves to via set 2, whose adjacency is new, and the
-// MAC of via set 1's next hop changes. The first pass reviews the adjacency,
-// then holds both routes back: route 100 for its new adjacency, route 101 for
-// its old one, queued again when route 100 left it.
-TEST_F(Tasks, aRouteWhoseAdjacencyReviewIsPendingKeepsItsHardwareRecord) {
-  Vosh::Qel::MplsHwRouteConfig before = hwRoute(100);
-  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:11");
-  routeIs(100, 2);
-  runReviewPasses(1);
-  EXPECT_EQ(hwRoute(100), before);
-  EXPECT_TRUE(state()->routeKeyForReviewHas(key(100))) << "it comes back for review";
+// Both routes move to a new record that the driver does not answer yet; it
+// refuses route 100 just as the route, or its adjacency, changes again: the
+// refusal is not published, the review writes the route anew.
+TEST_F(Tasks, aRouteUnderReviewOrWhoseAdjacencyIsUnderReviewIsNotPublished) {
+  struct Case {
+    const char* what;
+    const char* rewrittenMac;
+    std::function<void()> change;
+  };
+  const Case cases[] = {
+      {"the route", "00:00:5e:00:53:11", [this] { routeIs(100, 1, Mpls::viaTypeMplsIp, 1); }},
+      {"its adjacency", "00:00:5e:00:53:12",
+       [this] { arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:13"); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    driver.answer = false;
+    arpIs("10.0.0.2", "Ethernet1", c.rewrittenMac);
+    settle();
+    uint8_t written = hwRoute(100).version;
+    ASSERT_NE(hwRoute(100).l2AdjId(), record);
+    record = hwRoute(100).l2AdjId();
+    driver.routeStatusIs(key(100), written, Vosh::Qel::mplsHwRouteStateUnprogrammed,
+                         Vosh::Qel::mplsHwUnprogReasonInvalidFecId);
+    c.change();
+    settle();
+    expectProgrammed({100});
+    EXPECT_GT(hwRoute(100).version, written);
 
-  runReviewPasses(1);
-  EXPECT_EQ(hwL2(hwRoute(100).l2AdjId()).l2Via(Vosh::Qel::MplsHwL2ViaIndex(0)).label,
-            Bexo::MplsLabel(300));
-}
-
-TEST_F(Tasks, aRouteUnderReviewIsNotPublished) {
-  rewriteRoutesWithoutAnswer();
-  // The driver refuses route 100 just as the route changes again: the
-  // refusal is not published, the review writes the route anew.
-  driver.routeStatusIs(key(100), hwRoute(100).version, Vosh::Qel::mplsHwRouteStateUnprogrammed,
-                       Vosh::Qel::mplsHwUnprogReasonInvalidFecId);
-  routeIs(100, 1, Mpls::viaTypeMplsIp, 1);
-  settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_GT(hwRoute(100).version, written);
-
-  driver.answer = true;
-  driver.answerRoute(key(100));
-  settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_EQ(published(100).version, hwRoute(100).version);
-}
-
-TEST_F(Tasks, aRouteWhoseAdjacencyIsUnderReviewIsNotPublished) {
-  rewriteRoutesWithoutAnswer();
-  driver.routeStatusIs(key(100), hwRoute(100).version, Vosh::Qel::mplsHwRouteStateUnprogrammed,
-                       Vosh::Qel::mplsHwUnprogReasonInvalidFecId);
-  arpIs("10.0.0.2", "Ethernet1", "00:00:5e:00:53:12");
-  settle();
-  EXPECT_EQ(published(100).state, RouteState::routeStateProgrammed);
-  EXPECT_GT(hwRoute(100).version, written);
+    driver.answer = true;
+    driver.answerRoute(key(100));
+    settle();
+    expectProgrammed({100});
+    EXPECT_EQ(published(100).version, hwRoute(100).version);
+  }
 }
 
 TEST_F(Tasks, withTheAttributeLogCloggedEachTaskHandlesOneItemPerSlice) {
@@ -115,9 +96,7 @@ TEST_F(Tasks, withTheAttributeLogCloggedEachTaskHandlesOneItemPerSlice) {
 
   attrLog->attrLogOutCloggedIs(false);
   settle();
-  for (uint32_t label = 200; label < 205; ++label) {
-    EXPECT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
-  }
+  expectProgrammed({200, 201, 202, 203, 204});
 }
 
 // Routes held back while their adjacency's review re-queues them are looked
@@ -138,27 +117,6 @@ TEST_F(Tasks, aHeldRouteIsLookedAtAgainOnlyWhenWhatHeldItEnds) {
     ASSERT_EQ(published(label).state, RouteState::routeStateProgrammed) << label;
   }
   EXPECT_LE(capture.count("routeCanBePublished routeKey"), 4 * (kRoutes + 2));
-}
-
-TEST_F(Tasks, withTheAttributeLogCloggedTheRetryTaskRetriesEachRefusedRouteOncePerRound) {
-  driver.routeCapacity = 2;
-  for (uint32_t label = 200; label < 205; ++label) routeIs(label, 2);
-  settle();
-  ASSERT_EQ(state()->unprogrammedRoutes(), 5u);
-  attrLog->attrLogOutCloggedIs(true);
-  uint64_t retried = state()->unprogRouteRetried();
-  uint64_t runs = sm()->unprogrammedRouteTask()->runCount();
-
-  advance(sm()->unprogrammedRetryInterval());
-  EXPECT_EQ(state()->unprogRouteRetried() - retried, 5u);
-  EXPECT_GE(sm()->unprogrammedRouteTask()->runCount() - runs, 5u);
-  EXPECT_EQ(state()->unprogrammedRoutes(), 5u) << "the hardware is still full";
-
-  driver.routeCapacity = 10;
-  attrLog->attrLogOutCloggedIs(false);
-  advance(sm()->unprogrammedRetryInterval());
-  EXPECT_EQ(state()->unprogrammedRoutes(), 0u);
-  EXPECT_EQ(published(204).state, RouteState::routeStateProgrammed);
 }
 
 }  // namespace
