@@ -27,6 +27,14 @@ TEST_F(DirectMode, withoutKivModelsRoutesGoToTheStateDatabaseConfigurationOnly) 
   EXPECT_TRUE(hwConfig->l2AdjacencyHas(route.l2Adjacency));
   expectProgrammed({100});
 
+  // A restart empties the configuration before it writes again: the
+  // previous run's record is not left beside the new one.
+  stopCore();
+  startCore();
+  settle();
+  EXPECT_EQ(hwConfig->l2Adjacencys(), 1u);
+  expectProgrammed({100});
+
   routeDel(100);
   settle();
   EXPECT_EQ(hwConfig->routes(), 0u);

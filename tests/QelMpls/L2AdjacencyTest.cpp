@@ -38,6 +38,11 @@ TEST_F(L2Adjacencies, adjacenciesOfDifferentViaSetsShareOneRecordForTheSameResol
   EXPECT_EQ(hwRoute(100).l2AdjId(), hwRoute(101).l2AdjId());
   EXPECT_EQ(hwRoute(101).l2AdjId(), hwRoute(102).l2AdjId());
   EXPECT_NE(hwRoute(100).l2AdjId(), hwRoute(103).l2AdjId()) << "a second via differs";
+
+  // Its record unchanged, a route moved to another via set still leaves the old adjacency.
+  routeIs(100, 2);
+  settle();
+  EXPECT_EQ(state()->l3Adjacencys(), 2u);
 }
 
 // Via sets 1 and 2 go through 10.0.0.2, 3 through 10.0.1.2, 4 and 5 through

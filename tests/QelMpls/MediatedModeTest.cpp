@@ -225,6 +225,8 @@ TEST_F(MediatedMode, aPrimaryIsFiledOnceRightAfterItsBackupAndNamesTheBackupsFec
     settle();
     if (c.fix) {
       EXPECT_FALSE(filedFec(primary)) << "backing off";
+      EXPECT_EQ(published(label).unprogrammedReason,
+                static_cast<uint32_t>(Qel::UnprogrammedReason::unprogrammedReasonHwPending));
       EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), adjacencies + 1)
           << "no adjacency for a backup it cannot use";
       filings = lastFiling();

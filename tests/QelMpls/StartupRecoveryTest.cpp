@@ -136,6 +136,34 @@ TEST_F(StartupRecovery, recoveryKeepsTheHardwareTablesAndDeletesAStaleRouteOnceA
   EXPECT_EQ(staleDeletions(capture, 100), 0u);
 }
 
+// A restart that finds the LFIB empty keeps nothing the previous run
+// published: not its routes, not its adjacencies.
+TEST_F(StartupRecovery, aRecoveryWithNoRouteLeftUnpublishesEverythingOfThePreviousRun) {
+  programFirstRun();
+  ASSERT_EQ(root->routingHwMplsStatus()->adjacencys(), 1u);
+  stopCore();
+  routeDel({100, 101});
+  startCore();
+  settle();
+  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+  EXPECT_EQ(root->routingHwMplsStatus()->routes(), 0u);
+  EXPECT_EQ(root->routingHwMplsStatus()->adjacencys(), 0u);
+}
+
+// A recovered record that no longer says what this run would write is
+// written again, not taken over.
+TEST_F(StartupRecovery, aRecoveredRouteWhoseViaSetChangedMeanwhileIsWrittenAgain) {
+  programFirstRun();
+  stopCore();
+  viaSetIs(1, {mplsVia("10.0.0.2", "Ethernet1", Bexo::mplsActionSwap, {Bexo::MplsLabel(200)},
+                       Mpls::PayloadType::payloadIpv6)});
+  startCore();
+  settle();
+  ASSERT_EQ(stage(), MplsSmStartupStatus::mplsSmNormal);
+  EXPECT_EQ(hwRoute(100).payloadType, Mpls::PayloadType::payloadIpv6);
+  expectProgrammed({100, 101});
+}
+
 // Each start-up signal, held back at a restart, holds the stage that waits
 // for it, with the stale route 101 still forwarding, until it comes (or the
 // time-out); a route the LFIB offers again meanwhile is spared.
@@ -174,6 +202,11 @@ TEST_F(StartupRecovery, eachStartupSignalHoldsItsStageUntilItComesOrTheTimeout) 
     settle();
     EXPECT_EQ(stage(), c.waiting);
     EXPECT_TRUE(hwRoute(101));
+    if (c.waiting == mplsSmWaitingForSyncResponses) {
+      // The allocator's standing answer is taken at once: route 100 is
+      // recognised in its record, not waiting to be written again.
+      EXPECT_EQ(published(100).version, hwRoute(100).version);
+    }
     if (c.waiting == mplsSmUnknown) {
       EXPECT_EQ(state()->routes(), 0u) << "nothing is touched";
     }
@@ -241,6 +274,13 @@ TEST_F(StartupRecovery, theFirstStartReviewsOnceTheSystemLfibIsReadyAndEndsMarki
     settle();
     EXPECT_EQ(root->mplsHwSingletonConfig()->mplsRouting(), on) << on;
   }
+  // Another writer's change is put right by the next review pass.
+  mplsRoutingIs(true);
+  settle();
+  root->mplsHwSingletonConfig()->mplsRoutingIs(false);
+  routeIs(100, 2);
+  settle();
+  EXPECT_TRUE(root->mplsHwSingletonConfig()->mplsRouting());
 }
 
 }  // namespace

@@ -91,6 +91,22 @@ TEST(TaskScheduler, realTimeLoopRunsTimersAndWatchesDescriptors) {
    close(fds[1]);
 }
 
+// In real time a slice ends when its time is up, looked at every 16 items; on
+// the virtual clock only the item budget ends it.
+TEST(TaskScheduler, aSliceEndsByTimeOnlyInRealTime) {
+   for (const auto mode : {TaskScheduler::Mode::realTime, TaskScheduler::Mode::virtualTime}) {
+      TaskScheduler s(mode);
+      s.timeSliceIs(0);
+      uint32_t items = 0;
+      Task task(&s, 2, "worker", [&] {
+         while (items < 1000 && !task.taskShouldYield()) ++items;
+      });
+      task.scheduleNow();
+      s.runUntil([&] { return !task.scheduled(); }, 5.0);
+      EXPECT_EQ(items, s.isVirtual() ? 1000u : 15u);
+   }
+}
+
 struct Fired {
    uint64_t id;
    double at;
