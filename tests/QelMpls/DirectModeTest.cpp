@@ -28,11 +28,18 @@ TEST_F(DirectMode, withoutKivModelsRoutesGoToTheStateDatabaseConfigurationOnly) 
   expectProgrammed({100});
 
   // A restart empties the configuration before it writes again: the
-  // previous run's record is not left beside the new one.
+  // previous run's record is not left beside the new one. Route 101 leaves
+  // while the agent is down: its next hop's proactive-ARP request goes too.
+  mplsViaSetIs(2, {{"10.0.1.2", "Ethernet2", 300}});
+  routeIs(101, 2);
+  settle();
+  ASSERT_EQ(root->proactiveArpNexthop()->requests(), 2u);
   stopCore();
+  routeDel(101);
   startCore();
   settle();
   EXPECT_EQ(hwConfig->l2Adjacencys(), 1u);
+  EXPECT_EQ(root->proactiveArpNexthop()->requests(), 1u);
   expectProgrammed({100});
 
   routeDel(100);
