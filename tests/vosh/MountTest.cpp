@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "VoshTestSupport.h"
+#include "vosh/Layout.h"
+#include "vosh/Segment.h"
 #include "vosh/SegmentName.h"
 
 // Mounting paths, and what a path's segment keeps through growth and through
@@ -188,6 +190,32 @@ TEST_F(MountTest, theNextWriterFindsEveryEntryLeftAndReusesTheFreedSlotsBeforeGr
     if (firstKeys.size() < 3) firstKeys.push_back(entry.key);
   }
   EXPECT_EQ(firstKeys, (std::vector<uint64_t>{1000, 1, 2}));
+}
+
+// A segment another writer left is trusted only when every directory entry
+// adds up; any one field that does not makes it a stranger's.
+TEST_F(MountTest, aSegmentWithAnyInconsistentCollectionGeometryIsRefused) {
+  Side w = writer();
+  auto segment = Vosh::Segment::open(w.em->segmentName("hw/routes"), false);
+  ASSERT_NE(segment, nullptr);
+  const std::vector<std::byte> good(segment->data(), segment->data() + segment->size());
+  ASSERT_EQ(Vosh::segmentProblem(good.data(), good.size(), "hw/routes"), "");
+  const std::vector<std::pair<const char*, std::function<void(Vosh::CollectionHeader&)>>> faults{
+      {"ring size not a power of two", [](Vosh::CollectionHeader& c) { c.ringSize = 3; }},
+      {"slots misaligned", [](Vosh::CollectionHeader& c) { c.slotsOffset += 4; }},
+      {"overflow misaligned", [](Vosh::CollectionHeader& c) { c.overflowOffset += 4; }},
+      {"ring misaligned", [](Vosh::CollectionHeader& c) { c.ringOffset += 4; }},
+      {"capacity past its reservation",
+       [](Vosh::CollectionHeader& c) { c.capacity = c.reservedSlots + 1; }},
+      {"slot size of another shape", [](Vosh::CollectionHeader& c) { c.slotBytes += 8; }},
+  };
+  for (const auto& [what, fault] : faults) {
+    std::vector<std::byte> bad = good;
+    fault(Vosh::collectionHeaders(bad.data())[0]);
+    EXPECT_NE(Vosh::segmentProblem(bad.data(), bad.size(), "hw/routes").find("inconsistent"),
+              std::string::npos)
+        << what;
+  }
 }
 
 // The segment outlives its writer's mount; a reader carries on with the next writer.
