@@ -257,7 +257,10 @@ void MplsBaseSm::startProcessing() {
     routingHwMplsStatus()->l2AdjacencyDelAll();
     lfibHwStatus()->unprogrammedRouteDelAll();
     lfibHwStatus()->viaSetDelAll();
-    releaseUnclaimedProactiveArpRequests();
+    // The request table outlives the agent: a next hop whose last route left
+    // while the agent was down would stay resolved for ever. The adjacencies
+    // file their requests again as they resolve.
+    proactiveArpNhSm()->clientConfig()->requestDelAll();
   }
   syncTimeoutTask_->scheduleAfter(timeoutSyncDelay);
   if (mplsStateHasInfoPendingReconciliation()) {
@@ -438,24 +441,6 @@ void MplsBaseSm::cleanupRoutingHwMplsStatusRoute() {
   for (const Mpls::RouteKey& key : unowned) {
     PELLET_TRACE(trace_, kTraceRoute, "Route: {} doesn't exist", key);
     routingHwMplsStatus()->routeDel(key);
-  }
-}
-
-// The request table outlives the agent: a next hop whose last route left
-// while the agent was down would otherwise stay resolved for ever. At a cold
-// start this run has no next hop yet, so every request goes; the adjacencies
-// file theirs again as they resolve.
-void MplsBaseSm::releaseUnclaimedProactiveArpRequests() {
-  std::vector<Arp::Table::ArpKey> unclaimed;
-  proactiveArpNhSm()->clientConfig()->forEachRequest(
-      [this, &unclaimed](const Arp::Table::ArpKey& key, const Arp::ProactiveArp::Request&) {
-        if (!mplsState()->mplsNextHopHas(IpAddrIntfId(key.addr, key.intf))) {
-          unclaimed.push_back(key);
-        }
-      });
-  for (const Arp::Table::ArpKey& key : unclaimed) {
-    PELLET_TRACE(trace_, kTraceStartup, "release unclaimed proactive ARP request {}", key);
-    proactiveArpNhSm()->removeEntry(key.addr, key.intf);
   }
 }
 

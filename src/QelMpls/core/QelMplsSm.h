@@ -241,7 +241,6 @@ class MplsBaseSm : public Kiv::Entity {
   // has ended and what was recovered but not claimed again can go.
   virtual void handleWaitingForSyncResponses() {}
   virtual void releaseUnclaimedRecoveredState() {}
-  void releaseUnclaimedProactiveArpRequests();
 
   // Routing enable/disable and status clean-up.
   void handleMplsRouting(bool enabled);
